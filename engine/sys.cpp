@@ -1,0 +1,71 @@
+#include "engine/sys.h"
+
+#include <cstdlib>
+
+namespace orvalis {
+namespace {
+
+FILE* RealFopen(const char* path, const char* mode) { return std::fopen(path, mode); }
+void* RealCalloc(size_t n, size_t size) { return std::calloc(n, size); }
+
+SysApi RealApi() {
+  SysApi s{};
+  s.GetModuleFileNameA = ::GetModuleFileNameA;
+  s.LoadLibraryA = ::LoadLibraryA;
+  s.GetProcAddress = ::GetProcAddress;
+  s.FreeLibrary = ::FreeLibrary;
+  s.SetErrorMode = ::SetErrorMode;
+  s.GetLastError = ::GetLastError;
+  s.GlobalAlloc = ::GlobalAlloc;
+  s.GlobalLock = ::GlobalLock;
+  s.GlobalUnlock = ::GlobalUnlock;
+  s.GlobalFree = ::GlobalFree;
+  s.calloc = RealCalloc;
+  s.fopen = RealFopen;
+  s.CopyFileA = ::CopyFileA;
+  s.DeleteFileA = ::DeleteFileA;
+  s.CreateDirectoryA = ::CreateDirectoryA;
+  s.RemoveDirectoryA = ::RemoveDirectoryA;
+  s.GetFileAttributesA = ::GetFileAttributesA;
+  s.SetFileAttributesA = ::SetFileAttributesA;
+  s.FindFirstFileA = ::FindFirstFileA;
+  s.FindNextFileA = ::FindNextFileA;
+  s.FindClose = ::FindClose;
+  s.GetWindowsDirectoryA = ::GetWindowsDirectoryA;
+  s.GetSystemDirectoryA = ::GetSystemDirectoryA;
+  s.SetCurrentDirectoryA = ::SetCurrentDirectoryA;
+  s.GetPrivateProfileIntA = ::GetPrivateProfileIntA;
+  s.GetPrivateProfileStringA = ::GetPrivateProfileStringA;
+  s.WritePrivateProfileStringA = ::WritePrivateProfileStringA;
+  s.RegOpenKeyExA = ::RegOpenKeyExA;
+  s.RegOpenKeyA = ::RegOpenKeyA;
+  s.RegQueryValueExA = ::RegQueryValueExA;
+  s.RegCloseKey = ::RegCloseKey;
+  s.RegFlushKey = ::RegFlushKey;
+  s.GetVersion = ::GetVersion;
+  s.GetVersionExA = ::GetVersionExA;
+  s.GetSystemInfo = ::GetSystemInfo;
+  s.GlobalMemoryStatus = ::GlobalMemoryStatus;
+  s.GetLocalTime = ::GetLocalTime;
+  s.GetUserNameA = ::GetUserNameA;
+  s.GetDriveTypeA = ::GetDriveTypeA;
+  s.GetDiskFreeSpaceA = ::GetDiskFreeSpaceA;
+  s.WNetGetConnectionA = ::WNetGetConnectionA;
+  s.GetUserDefaultLCID = ::GetUserDefaultLCID;
+  s.GetSystemDefaultLCID = ::GetSystemDefaultLCID;
+  s.GetLocaleInfoA = ::GetLocaleInfoA;
+  s.MessageBoxA = ::MessageBoxA;
+  s.LoadStringA = ::LoadStringA;
+  s.SetCursor = ::SetCursor;
+  s.LoadCursorA = ::LoadCursorA;
+  return s;
+}
+
+SysApi g_sys = RealApi();
+
+}  // namespace
+
+SysApi& Sys() { return g_sys; }
+void ResetSys() { g_sys = RealApi(); }
+
+}  // namespace orvalis

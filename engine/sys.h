@@ -1,0 +1,81 @@
+// The engine's one seam to the operating system. Every Win32 call (and the few C runtime
+// calls whose failure matters: fopen, calloc) goes through this table, so that a test can make
+// any of them fail (out of space, access denied, no memory) and check that the engine keeps
+// its promises. The table holds the real calls unless a test swaps an entry.
+#pragma once
+#include <windows.h>
+
+#include <cstdio>
+
+namespace orvalis {
+
+struct SysApi {
+  // Modules and libraries
+  DWORD(WINAPI* GetModuleFileNameA)(HMODULE, LPSTR, DWORD);
+  HMODULE(WINAPI* LoadLibraryA)(LPCSTR);
+  FARPROC(WINAPI* GetProcAddress)(HMODULE, LPCSTR);
+  BOOL(WINAPI* FreeLibrary)(HMODULE);
+  UINT(WINAPI* SetErrorMode)(UINT);
+  DWORD(WINAPI* GetLastError)();
+
+  // Memory
+  HGLOBAL(WINAPI* GlobalAlloc)(UINT, SIZE_T);
+  LPVOID(WINAPI* GlobalLock)(HGLOBAL);
+  BOOL(WINAPI* GlobalUnlock)(HGLOBAL);
+  HGLOBAL(WINAPI* GlobalFree)(HGLOBAL);
+  void* (*calloc)(size_t, size_t);
+
+  // Files and folders
+  FILE* (*fopen)(const char*, const char*);
+  BOOL(WINAPI* CopyFileA)(LPCSTR, LPCSTR, BOOL);
+  BOOL(WINAPI* DeleteFileA)(LPCSTR);
+  BOOL(WINAPI* CreateDirectoryA)(LPCSTR, LPSECURITY_ATTRIBUTES);
+  BOOL(WINAPI* RemoveDirectoryA)(LPCSTR);
+  DWORD(WINAPI* GetFileAttributesA)(LPCSTR);
+  BOOL(WINAPI* SetFileAttributesA)(LPCSTR, DWORD);
+  HANDLE(WINAPI* FindFirstFileA)(LPCSTR, LPWIN32_FIND_DATAA);
+  BOOL(WINAPI* FindNextFileA)(HANDLE, LPWIN32_FIND_DATAA);
+  BOOL(WINAPI* FindClose)(HANDLE);
+  UINT(WINAPI* GetWindowsDirectoryA)(LPSTR, UINT);
+  UINT(WINAPI* GetSystemDirectoryA)(LPSTR, UINT);
+  BOOL(WINAPI* SetCurrentDirectoryA)(LPCSTR);
+
+  // Settings files
+  UINT(WINAPI* GetPrivateProfileIntA)(LPCSTR, LPCSTR, INT, LPCSTR);
+  DWORD(WINAPI* GetPrivateProfileStringA)(LPCSTR, LPCSTR, LPCSTR, LPSTR, DWORD, LPCSTR);
+  BOOL(WINAPI* WritePrivateProfileStringA)(LPCSTR, LPCSTR, LPCSTR, LPCSTR);
+
+  // Registry
+  LONG(WINAPI* RegOpenKeyExA)(HKEY, LPCSTR, DWORD, REGSAM, PHKEY);
+  LONG(WINAPI* RegOpenKeyA)(HKEY, LPCSTR, PHKEY);
+  LONG(WINAPI* RegQueryValueExA)(HKEY, LPCSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD);
+  LONG(WINAPI* RegCloseKey)(HKEY);
+  LONG(WINAPI* RegFlushKey)(HKEY);
+
+  // System information, time and locale
+  DWORD(WINAPI* GetVersion)();
+  BOOL(WINAPI* GetVersionExA)(LPOSVERSIONINFOA);
+  void(WINAPI* GetSystemInfo)(LPSYSTEM_INFO);
+  void(WINAPI* GlobalMemoryStatus)(LPMEMORYSTATUS);
+  void(WINAPI* GetLocalTime)(LPSYSTEMTIME);
+  BOOL(WINAPI* GetUserNameA)(LPSTR, LPDWORD);
+  UINT(WINAPI* GetDriveTypeA)(LPCSTR);
+  BOOL(WINAPI* GetDiskFreeSpaceA)(LPCSTR, LPDWORD, LPDWORD, LPDWORD, LPDWORD);
+  DWORD(WINAPI* WNetGetConnectionA)(LPCSTR, LPSTR, LPDWORD);
+  LCID(WINAPI* GetUserDefaultLCID)();
+  LCID(WINAPI* GetSystemDefaultLCID)();
+  int(WINAPI* GetLocaleInfoA)(LCID, LCTYPE, LPSTR, int);
+
+  // User interface
+  int(WINAPI* MessageBoxA)(HWND, LPCSTR, LPCSTR, UINT);
+  int(WINAPI* LoadStringA)(HINSTANCE, UINT, LPSTR, int);
+  HCURSOR(WINAPI* SetCursor)(HCURSOR);
+  HCURSOR(WINAPI* LoadCursorA)(HINSTANCE, LPCSTR);
+};
+
+// The table in force.
+SysApi& Sys();
+// Puts the real calls back into every entry.
+void ResetSys();
+
+}  // namespace orvalis
