@@ -34,6 +34,10 @@ SysApi RealApi() {
   s.GetWindowsDirectoryA = ::GetWindowsDirectoryA;
   s.GetSystemDirectoryA = ::GetSystemDirectoryA;
   s.SetCurrentDirectoryA = ::SetCurrentDirectoryA;
+  s.GetFileTime = ::GetFileTime;
+  s.FileTimeToLocalFileTime = ::FileTimeToLocalFileTime;
+  s.FileTimeToDosDateTime = ::FileTimeToDosDateTime;
+  s.SetFileTime = ::SetFileTime;
   s.GetPrivateProfileIntA = ::GetPrivateProfileIntA;
   s.GetPrivateProfileStringA = ::GetPrivateProfileStringA;
   s.WritePrivateProfileStringA = ::WritePrivateProfileStringA;

@@ -39,6 +39,10 @@ struct SysApi {
   UINT(WINAPI* GetWindowsDirectoryA)(LPSTR, UINT);
   UINT(WINAPI* GetSystemDirectoryA)(LPSTR, UINT);
   BOOL(WINAPI* SetCurrentDirectoryA)(LPCSTR);
+  BOOL(WINAPI* GetFileTime)(HANDLE, LPFILETIME, LPFILETIME, LPFILETIME);
+  BOOL(WINAPI* FileTimeToLocalFileTime)(const FILETIME*, LPFILETIME);
+  BOOL(WINAPI* FileTimeToDosDateTime)(const FILETIME*, LPWORD, LPWORD);
+  BOOL(WINAPI* SetFileTime)(HANDLE, const FILETIME*, const FILETIME*, const FILETIME*);
 
   // Settings files
   UINT(WINAPI* GetPrivateProfileIntA)(LPCSTR, LPCSTR, INT, LPCSTR);

@@ -100,3 +100,11 @@ bool EndsWith(const char* text, char c) {
 }
 
 }  // namespace orvalis
+
+namespace orvalis {
+bool JoinPath(char* out, size_t cap, const char* folder, const char* name) {
+  const bool sep = folder[0] != '\0' && !EndsWith(folder, '\\');
+  int n = std::snprintf(out, cap, "%s%s%s", folder, sep ? "\\" : "", name);
+  return n >= 0 && static_cast<size_t>(n) < cap;
+}
+}  // namespace orvalis

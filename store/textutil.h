@@ -36,3 +36,9 @@ char* AppendText(char* dst, const char* src, size_t cap);
 bool EndsWith(const char* text, char c);
 
 }  // namespace orvalis
+
+namespace orvalis {
+// folder + "\" (only when folder is non-empty and does not already end in one) + name,
+// bounded by cap. Returns false (and leaves a cut result) when it did not fit.
+bool JoinPath(char* out, size_t cap, const char* folder, const char* name);
+}  // namespace orvalis

@@ -1,0 +1,34 @@
+#include "engine/libraries.h"
+
+#include <cstdio>
+
+#include "engine/context.h"
+#include "store/textutil.h"
+
+namespace orvalis {
+namespace {
+
+HMODULE LoadCompanion(const char* file) {
+  char path[MAX_PATH] = "";
+  DWORD n = Sys().GetModuleFileNameA(State().instance, path, MAX_PATH);
+  if (n >= MAX_PATH) n = MAX_PATH - 1;
+  path[n] = '\0';
+  char* slash = FindLastChar(path, '\\');
+  if (slash)
+    slash[1] = '\0';
+  else
+    path[0] = '\0';
+  AppendText(path, file, sizeof path);
+  return Sys().LoadLibraryA(path);
+}
+
+}  // namespace
+
+HMODULE LoadAssetLibrary() { return LoadCompanion("CORVID.DLL"); }
+HMODULE LoadRegistryLibrary() { return LoadCompanion("MARLOW.DLL"); }
+
+void UnloadLibrary(HMODULE handle) {
+  if (handle) Sys().FreeLibrary(handle);
+}
+
+}  // namespace orvalis

@@ -1,0 +1,167 @@
+#include "store/store_win.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "engine/context.h"
+#include "engine/files.h"
+#include "engine/libraries.h"
+#include "engine/sys.h"
+#include "store/textutil.h"
+
+namespace orvalis {
+namespace {
+
+// Folder normalised for the unique-name rules: one trailing backslash dropped except on a drive
+// root; then the folder must exist. Writes folder + separator into base.
+bool PrepareBase(const char* folder, char* base, size_t cap) {
+  char dir[MAX_PATH];
+  CopyText(dir, folder, sizeof dir);
+  size_t n = std::strlen(dir);
+  const bool driveRoot = n == 3;
+  if (!driveRoot && n > 0 && dir[n - 1] == '\\') dir[n - 1] = '\0';
+  if (!IsDirectory(dir)) return false;
+  int w = std::snprintf(base, cap, "%s%s", dir, driveRoot ? "" : "\\");
+  return w > 0 && static_cast<size_t>(w) < cap;
+}
+
+}  // namespace
+
+int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, char* out) {
+  char base[MAX_PATH];
+  if (!PrepareBase(folder, base, sizeof base)) return 0;
+  char shortPrefix[5];
+  CopyText(shortPrefix, prefix, sizeof shortPrefix);
+  for (unsigned counter = 0; counter <= 9999; ++counter) {
+    char name[MAX_PATH];
+    char full[MAX_PATH];
+    std::snprintf(name, sizeof name, "%s%04u.%s", shortPrefix, counter, ext);
+    if (std::snprintf(full, sizeof full, "%s%s", base, name) >= static_cast<int>(sizeof full)) return 0;
+    if (PathExists(full)) continue;
+    FILE* f = Sys().fopen(full, "wt");
+    if (!f) return 0;
+    std::fclose(f);
+    CopyText(out, name, MAX_PATH);
+    return 1;
+  }
+  return 0;
+}
+
+int MakeUniqueFolderName(const char* folder, const char* prefix, char* out) {
+  char base[MAX_PATH];
+  if (!PrepareBase(folder, base, sizeof base)) return 0;
+  char shortPrefix[5];
+  CopyText(shortPrefix, prefix, sizeof shortPrefix);
+  for (unsigned counter = 0; counter <= 9999; ++counter) {
+    char name[MAX_PATH];
+    char full[MAX_PATH];
+    std::snprintf(name, sizeof name, "%s%04u", shortPrefix, counter);
+    if (std::snprintf(full, sizeof full, "%s%s", base, name) >= static_cast<int>(sizeof full)) return 0;
+    if (Sys().CreateDirectoryA(full, nullptr)) {
+      CopyText(out, name, MAX_PATH);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+int LoadSnapshot(const char* path, SnapshotRecord* rec) {
+  CopyText(rec->indexPath, path, sizeof rec->indexPath);
+  const char* slash = FindLastChar(path, '\\');
+  CopyText(rec->indexName, slash ? slash + 1 : path, sizeof rec->indexName);
+  int rc = ReadSnapshotFile(path, rec, State().isWindowsNT != 0);
+  if (rc == 0 && rec->time == 0) rec->time = PathDosTime(path);
+  return rc;
+}
+
+bool CompanionFolder(const char* indexPath, char* out) {
+  char folder[MAX_PATH];
+  CopyText(folder, indexPath, sizeof folder);
+  char* slash = FindLastChar(folder, '\\');
+  if (!slash) return false;
+  slash[1] = '\0';
+  return std::snprintf(out, MAX_PATH, "%s%s", folder, "NIMBRA\\") < MAX_PATH;
+}
+
+int RemoveFolderTree(const char* folder) {
+  char pattern[MAX_PATH];
+  const bool root = std::strlen(folder) == 3;
+  if (std::snprintf(pattern, sizeof pattern, "%s%s*.*", folder, root ? "" : "\\") >= MAX_PATH) return 5;
+  WIN32_FIND_DATAA fd;
+  HANDLE h = Sys().FindFirstFileA(pattern, &fd);
+  int rc = 0;
+  if (h != INVALID_HANDLE_VALUE) {
+    do {
+      if (fd.cFileName[0] == '.') continue;
+      char child[MAX_PATH];
+      if (std::snprintf(child, sizeof child, "%s%s%s", folder, root ? "" : "\\", fd.cFileName) >= MAX_PATH) {
+        rc = 5;
+        break;
+      }
+      if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+        if ((rc = RemoveFolderTree(child)) != 0) break;
+      } else if (!Sys().DeleteFileA(child)) {
+        rc = 5;
+        break;
+      }
+    } while (Sys().FindNextFileA(h, &fd));
+    Sys().FindClose(h);
+  }
+  if (rc == 0 && !Sys().RemoveDirectoryA(folder)) rc = 5;
+  return rc;
+}
+
+namespace {
+
+void RemoveCompanion(const char* folder, const char* name) {
+  if (!name[0]) return;
+  char path[MAX_PATH];
+  if (JoinPath(path, sizeof path, folder, name)) std::remove(path);
+}
+
+using DeleteAssetSnapshotFn = int(__cdecl*)(const char* indexPath, const char* name);
+
+}  // namespace
+
+void DeleteSnapshotCompanions(SnapshotRecord* rec) {
+  char folder[MAX_PATH];
+  if (!CompanionFolder(rec->indexPath, folder)) return;
+  for (SnapFileEntry* e = rec->files; e; e = e->next) {
+    char path[MAX_PATH];
+    if (e->companion[0] && JoinPath(path, sizeof path, folder, e->companion)) Sys().DeleteFileA(path);
+  }
+  for (SnapGroupEntry* e = rec->dirs; e; e = e->next) RemoveCompanion(folder, e->companion);
+  for (SnapGroupEntry* e = rec->regKeys; e; e = e->next) RemoveCompanion(folder, e->companion);
+  if (RegBackupRecord* b = rec->regBackup) {
+    if (State().isWindowsNT) {
+      char nt[MAX_PATH];
+      if (b->userName[0] && std::snprintf(nt, sizeof nt, "%s%s", folder, b->userName) < MAX_PATH)
+        RemoveFolderTree(nt);
+    } else {
+      char path[MAX_PATH];
+      if (b->userName[0] && JoinPath(path, sizeof path, folder, b->userName)) Sys().DeleteFileA(path);
+      b->userName[0] = '\0';
+      if (b->systemName[0] && JoinPath(path, sizeof path, folder, b->systemName)) Sys().DeleteFileA(path);
+      b->systemName[0] = '\0';
+    }
+  }
+  if (rec->assets) {
+    CompanionLibrary lib(LoadAssetLibrary());
+    auto del = LibraryEntry<DeleteAssetSnapshotFn>(lib.get(), "_DeleteAssetSnapshot");
+    if (del) {
+      char index[MAX_PATH];
+      if (JoinPath(index, sizeof index, folder, "MASTER.IDX"))
+        for (SnapGroupEntry* e = rec->assets; e; e = e->next) del(index, e->companion);
+    }
+  }
+}
+
+int DeleteSnapshotFiles(SnapshotRecord* rec) {
+  DeleteSnapshotCompanions(rec);
+  Sys().DeleteFileA(rec->indexPath);
+  return 0;
+}
+
+}  // namespace orvalis

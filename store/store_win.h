@@ -1,0 +1,35 @@
+// The snapshot store on the live file system: unique names for index and companion files,
+// loading an index file into a record, and removing a snapshot with all its companions.
+#pragma once
+#include "store/snapshot.h"
+
+namespace orvalis {
+
+// The unique-name rules. The prefix is cut to four characters; names run from 0000 to 9999.
+// The file rule reserves "%s%04u.%s" by creating it empty; the folder rule creates "%s%04u".
+// Both write the bare name into out (260) and return 1, or 0 when the folder is missing, every
+// name is taken, or the reservation fails.
+int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, char* out);
+int MakeUniqueFolderName(const char* folder, const char* prefix, char* out);
+
+// Reads an index file into a zero-filled record and sets its path, bare name and (when the
+// file has no time stamp) the file's own time. The platform decides between REGNT and REGBACK.
+// Returns 0 or the reader's code (-1).
+int LoadSnapshot(const char* path, SnapshotRecord* rec);
+
+// The record's data folder: the index file's folder + "NIMBRA\". False when the index path
+// holds no backslash.
+bool CompanionFolder(const char* indexPath, char* out);
+
+// Everything that belongs to a snapshot, the index file last: saved system files, directory
+// listings and the registry dump, the registry backup (NT folder or 9x data-file copies), the
+// asset snapshots through the asset library. Missing files are passed over. Result 0.
+int DeleteSnapshotFiles(SnapshotRecord* rec);
+// Companions only (the index file is left): what a discarded partial snapshot leaves.
+void DeleteSnapshotCompanions(SnapshotRecord* rec);
+
+// Empties a folder recursively and removes it; names beginning with "." are passed over. 5 on
+// the first failure, else 0.
+int RemoveFolderTree(const char* folder);
+
+}  // namespace orvalis
