@@ -1,0 +1,251 @@
+// The engine frame under Wine, against the real registry, INI, file, locale and string calls.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "engine/context.h"
+#include "engine/libraries.h"
+#include "engine/log.h"
+#include "engine/settings.h"
+#include "engine/strings.h"
+#include "engine/sys.h"
+#include "exports/exports.h"
+#include "tests/support/engine_sandbox.h"
+
+using namespace orvalis;
+using orvalis_test::EngineSandbox;
+using orvalis_test::ReadWholeFile;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+const char kOrvalisKey[] = "software\\Quillant\\Orvalis";
+const char kUninstallKey[] = "software\\microsoft\\windows\\currentversion\\uninstall\\Orvalis";
+
+std::string Str(int (*fn)(char*)) {
+  char buf[MAX_PATH];
+  fn(buf);
+  return buf;
+}
+
+TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
+  EngineSandbox box;
+  EXPECT_EQ(GetMaxSnapshot(), 8);
+  EXPECT_EQ(GetSchedule(), 3);
+  struct Row {
+    const char* written;
+    int read;
+  } rows[] = {{"12", 12}, {"abc", 0}, {"7days", 7}, {"-2", -2}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.written);
+    EXPECT_EQ(SetMaxSnapshot(r.written), 0);
+    EXPECT_EQ(GetMaxSnapshot(), r.read);
+    EXPECT_EQ(SetSchedule(r.written), 0);
+    EXPECT_EQ(GetSchedule(), r.read);
+  }
+  // Written unchanged, as a string.
+  char raw[64];
+  GetPrivateProfileStringA("ORVALIS", "MaxScheduleSnapshots", "", raw, sizeof raw, box.file("ORVALIS.INI").c_str());
+  EXPECT_STREQ(raw, "-2");
+}
+
+TEST(Settings, WorkFolderGetsExactlyOneBackslash) {
+  struct Row {
+    const char* value;
+    const char* folder;
+  } rows[] = {{"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.value);
+    EngineSandbox box;
+    box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
+    EXPECT_EQ(Str(GetWorkFolder), r.folder);
+  }
+  EngineSandbox box;
+  EXPECT_EQ(Str(GetWorkFolder), "");  // key missing
+  EXPECT_EQ(Str(GetOrvalisIniPath), box.file("ORVALIS.INI"));
+}
+
+TEST(Settings, OrvalisIniFollowsTheWorkFolder) {
+  EngineSandbox box;
+  orvalis_test::ScratchDir work;
+  box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", work.path().c_str());
+  EXPECT_EQ(Str(GetOrvalisIniPath), work.path() + "\\ORVALIS.INI");
+  WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", (work.path() + "\\ORVALIS.INI").c_str());
+  WritePrivateProfileStringA("ORVALIS", "MaxScheduleSnapshots", "5", (work.path() + "\\ORVALIS.INI").c_str());
+  EXPECT_EQ(InitEngine(), 1);
+  EXPECT_EQ(State().noCpuidSupport, 1);
+  EXPECT_EQ(GetMaxSnapshot(), 5);
+  EXPECT_EQ(Str(GetEngineIniPath), box.file("ENGINE.INI"));  // ENGINE.INI never moves
+}
+
+TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
+  EngineSandbox box;
+  using Getter = int (*)(char*);
+  using Setter = int (*)(const char*);
+  struct Row {
+    const char* name;
+    Getter get;
+    Setter set;
+  } rows[] = {{"ProfileSourceLocation", GetProfileSourceLocation, SetProfileSourceLocation},
+              {"ProfileDestinationLocation", GetProfileDestinationLocation, SetProfileDestinationLocation},
+              {"SnapshotSourceLocation", GetSnapshotSourceLocation, SetSnapshotSourceLocation},
+              {"SnapshotDestinationLocation", GetSnapshotDestinationLocation, SetSnapshotDestinationLocation}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.name);
+    EXPECT_EQ(Str(r.get), box.dir());
+    EXPECT_FALSE(orvalis_test::FileExists(box.file("ENGINE.INI")));
+    EXPECT_EQ(r.set("D:\\Snaps"), 0);
+    EXPECT_EQ(Str(r.get), "D:\\Snaps");
+    r.set("");
+    EXPECT_EQ(Str(r.get), box.dir());
+  }
+}
+
+TEST(Settings, DefaultProfileScanTakesTheLastFileEnumerated) {
+  EngineSandbox box;
+  EXPECT_EQ(Str(GetDefaultProfile), "");
+  for (const char* n : {"beta.GCF", "alpha.GCF", "Gamma.gcf", "notes.txt"}) WriteWholeFile(box.file(n), "x\n");
+  // Wine enumerates without regard to case, so Gamma.gcf comes last.
+  EXPECT_EQ(Str(GetDefaultProfile), box.file("Gamma.gcf"));
+  SetDefaultProfile("C:\\P\\DAILY.GCF");
+  EXPECT_EQ(Str(GetDefaultProfile), "C:\\P\\DAILY.GCF");
+}
+
+TEST(Log, ResetDecidesTheFolderAndEmptiesTheFile) {
+  {
+    EngineSandbox box;
+    WriteLog("before any reset");  // no log path yet: nothing is written anywhere
+    EXPECT_FALSE(orvalis_test::FileExists(box.file("halvern.log")));
+    ResetLog();
+    WriteLog("one");
+    WriteLogF("two %d", 2);
+    EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "one\r\ntwo 2\r\n");
+    ResetLog();
+    EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
+  }
+  {
+    EngineSandbox box;
+    orvalis_test::ScratchDir logs;
+    std::string uninstall = "C:\\Orvalis\\unwise.exe " + logs.path();
+    box.SetHklmString(kUninstallKey, "UninstallString", uninstall.c_str());
+    ResetLog();
+    EXPECT_EQ(std::string(State().logPath), logs.path() + "\\halvern.log");
+    WriteLog("here");
+    EXPECT_EQ(ReadWholeFile(logs.file("halvern.log")), "here\r\n");
+  }
+  {
+    EngineSandbox box;
+    box.SetHklmString(kUninstallKey, "UninstallString", "C:\\Orvalis\\unwise.exe");
+    ResetLog();
+    EXPECT_STREQ(State().logPath, "\\halvern.log");
+  }
+}
+
+TEST(Log, AnUnopenableLogIsSkippedSilently) {
+  EngineSandbox box;
+  ResetLog();
+  Sys().fopen = [](const char*, const char*) -> FILE* { return nullptr; };
+  WriteLog("lost");  // must not crash or fail
+  ResetSys();
+  EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
+}
+
+// Answers a chosen abbreviated language name, as a user of that language would have.
+const char* g_language = "ENU";
+int WINAPI FakeLocaleInfo(LCID, LCTYPE type, LPSTR out, int size) {
+  if (type != LOCALE_SABBREVLANGNAME) return 0;
+  lstrcpynA(out, g_language, size);
+  return lstrlenA(out) + 1;
+}
+
+TEST(Strings, LanguageLibraryNameRuleAndFallbacks) {
+  struct Row {
+    const char* language;
+    const char* present;  // file placed beside the test as a language library
+    bool expectOwnModule;
+    const char* text1360;
+  } rows[] = {
+      {"DEU", "DEUOV32.DLL", false, "Prozessor"},
+      {"DES", "DEAOV32.DLL", false, "Prozessor"},  // "DESOV32" missing: retried as "DEAOV32"
+      {"ENU", nullptr, true, "Processor"},         // no English library: own module, then TAMBRELL
+      {"FRAX", nullptr, true, "Processor"},        // only three characters are used
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.language);
+    EngineSandbox box;
+    box.CopyFromBin("TAMBRELL.DLL");
+    if (r.present) box.CopyFromBin("DEUOV32.DLL", r.present);
+    SetCurrentDirectoryA(box.dir().c_str());
+    g_language = r.language;
+    Sys().GetLocaleInfoA = FakeLocaleInfo;
+    HMODULE lib = LoadLanguageLibrary();
+    EXPECT_EQ(lib == State().instance, r.expectOwnModule);
+    char text[256];
+    EXPECT_GT(LoadLocalString(1360, text, sizeof text), 0);
+    EXPECT_STREQ(text, r.text1360);
+  }
+}
+
+TEST(Strings, TambrellFallbackAndMissingIds) {
+  EngineSandbox box;
+  char text[256] = "junk";
+  EXPECT_EQ(LoadEngineString(nullptr, 1360, text, sizeof text), 0);  // no TAMBRELL.DLL yet
+  EXPECT_STREQ(text, "");
+  box.CopyFromBin("TAMBRELL.DLL");
+  EXPECT_EQ(LoadEngineString(nullptr, 1543, text, sizeof text), 6);
+  EXPECT_STREQ(text, "Drives");
+  EXPECT_EQ(LoadEngineString(nullptr, 4242, text, sizeof text), 0);
+  char small[5];
+  EXPECT_EQ(LoadEngineString(nullptr, 1541, small, sizeof small), 4);  // cut to the buffer
+  EXPECT_STREQ(small, "Syst");
+}
+
+std::string g_boxText, g_boxTitle;
+int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT) {
+  g_boxText = text;
+  g_boxTitle = title ? title : "";
+  return IDOK;
+}
+
+TEST(Strings, DestinationErrorBox) {
+  EngineSandbox box;
+  Sys().MessageBoxA = CaptureBox;
+  ShowDestinationError("Q:\\nowhere\\out.xml");
+  EXPECT_EQ(g_boxText, "Destination file is invalid (Q:\\nowhere\\out.xml)");
+  EXPECT_EQ(g_boxTitle, "Orvalis Engine Error");
+  std::string longPath(400, 'x');
+  ShowDestinationError(longPath.c_str());  // bounded, no overflow
+  EXPECT_LT(g_boxText.size(), 400u);
+}
+
+TEST(Libraries, CompanionsComeFromTheModuleFolder) {
+  EngineSandbox box;
+  EXPECT_EQ(LoadRegistryLibrary(), nullptr);
+  EXPECT_EQ(LoadAssetLibrary(), nullptr);
+  UnloadLibrary(nullptr);  // accepted
+  box.CopyFromBin("TAMBRELL.DLL", "MARLOW.DLL");
+  HMODULE h = LoadRegistryLibrary();
+  EXPECT_NE(h, nullptr);
+  UnloadLibrary(h);
+}
+
+TEST(LibraryEntry, ThreadNotificationsReleaseTheLanguageLibrary) {
+  EngineSandbox box;
+  box.CopyFromBin("DEUOV32.DLL");
+  SetCurrentDirectoryA(box.dir().c_str());
+  g_language = "DEU";
+  Sys().GetLocaleInfoA = FakeLocaleInfo;
+  HMODULE lib = LoadLanguageLibrary();
+  ASSERT_NE(lib, State().instance);
+  HandleLibraryEntry(State().instance, DLL_THREAD_ATTACH);
+  EXPECT_EQ(State().languageLibrary, nullptr);
+  LoadLanguageLibrary();
+  HandleLibraryEntry(State().instance, DLL_PROCESS_DETACH);  // nothing happens on detach
+  EXPECT_NE(State().languageLibrary, nullptr);
+  HandleLibraryEntry(State().instance, DLL_THREAD_DETACH);
+  EXPECT_EQ(State().languageLibrary, nullptr);
+}
+
+}  // namespace
