@@ -64,6 +64,7 @@ TEST(CompareTextLines, Similarity) {
       {"25 chars, first 12 agree", "abcdefghijklmnopqrstuvwx\n", "abcdefghijklMNOPQRSTUVWX\n", true},
       {"24 chars, second piece to the end", "0123456789ABCDEFGHIJKLM\n", "xxxxxxxxxxxxDEFGHIJKLM\n", true},
       {"24 chars, skipped character", "0123456789ABCDEFGHIJKLM\n", "xxxxxxxxxxxxCDEFGHIJKLy\n", false},
+      {"30 chars, three pieces", "0123456789ABCDEFGHIJKLMNOPQRS\n", "xxxxxxxxxxxxBCDEFGHIJyyyyyy\n", true},
       {"33 chars, middle piece", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxCDEFGHIJKLyyyyyyyy\n", true},
       {"33 chars, middle piece shifted", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxDEFGHIJKLMyyyyyyyy\n", false},
       {"33 chars, last piece", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxxxxxxxxxxxNOPQRSTUV\n", true},
