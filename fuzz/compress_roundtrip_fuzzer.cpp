@@ -1,0 +1,58 @@
+// Implode then explode: byte 0 chooses the literal mode and dictionary, byte 1 the read size
+// the encoder is fed with; the rest is the data. The output must equal the data, and the
+// stream must never be longer than coding every byte as a literal.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "compress/coder_mem.h"
+#include "compress/explode.h"
+#include "compress/implode.h"
+
+namespace {
+
+struct Pieces {
+  const uint8_t* data;
+  size_t left;
+  size_t chunk;
+  std::string out;
+};
+
+unsigned Read(char* buf, unsigned size, void* param) {
+  auto* p = static_cast<Pieces*>(param);
+  size_t n = size < p->chunk ? size : p->chunk;
+  if (n > p->left) n = p->left;
+  for (size_t i = 0; i < n; ++i) buf[i] = static_cast<char>(p->data[i]);
+  p->data += n;
+  p->left -= n;
+  return static_cast<unsigned>(n);
+}
+
+unsigned Write(const char* buf, unsigned size, void* param) {
+  static_cast<Pieces*>(param)->out.append(buf, size);
+  return size;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size < 2) return 0;
+  const int type = data[0] & 1;
+  const int dict = 1024 << ((data[0] >> 1) % 3);
+  const size_t chunk = data[1] < 128 ? 1 + data[1] : 65536;
+  Pieces p{data + 2, size - 2, chunk, {}};
+  // A work area of the wrappers' size, so the encoder's own allocation is exercised too.
+  static unsigned char work[36312];
+  if (orvalis::Implode(Read, Write, work, sizeof work, &p, type, dict) != orvalis::kImplodeOk)
+    std::abort();
+  const size_t n = size - 2;
+  const size_t literalBits = type == orvalis::kImplodeBinary ? 9 : 14;
+  if (p.out.size() > 2 + (n * literalBits + 16 + 7) / 8) std::abort();
+  std::string back;
+  if (orvalis::ExplodeMemory(p.out.data(), p.out.size(), &back) != orvalis::kExplodeOk)
+    std::abort();
+  if (back.size() != n || back.compare(0, n, reinterpret_cast<const char*>(data + 2), n) != 0)
+    std::abort();
+  return 0;
+}
