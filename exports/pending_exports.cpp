@@ -4,16 +4,9 @@
 
 #include "exports/exports.h"
 
-extern "C" unsigned long CreateSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateScheduledSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateScheduledSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateInitialSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateInitialSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long GetSnapshotList(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long DeleteSnapshot(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long RenameSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long GetProfileList(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfSnapshotDifferences(const char*, const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
