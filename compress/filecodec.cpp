@@ -1,0 +1,121 @@
+#include "compress/filecodec.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "compress/crc32.h"
+#include "compress/explode.h"
+#include "compress/implode.h"
+
+namespace orvalis {
+namespace {
+
+static_assert(sizeof(unsigned) >= 4, "the callbacks count bytes in unsigned");
+static_assert(kExplodeWorkSize <= kFileCodecWorkSize, "the decoder must fit the kept work area");
+
+enum CrcMode : uint32_t { kCrcOfRead = 1, kCrcOfWritten = 2 };
+
+// The state the coder callbacks see.
+struct FileStreams {
+  FILE* in;
+  FILE* out;
+  uint32_t crcMode;
+  uint32_t crc;  // running, uncomplemented
+};
+
+unsigned ReadStream(char* buf, unsigned size, void* param) {
+  auto* f = static_cast<FileStreams*>(param);
+  size_t n = std::fread(buf, 1, size, f->in);
+  if (n > 0 && f->crcMode == kCrcOfRead) f->crc = Crc32Update(f->crc, buf, n);
+  return static_cast<unsigned>(n);
+}
+
+unsigned WriteStream(const char* buf, unsigned size, void* param) {
+  auto* f = static_cast<FileStreams*>(param);
+  size_t n = std::fwrite(buf, 1, size, f->out);
+  if (f->crcMode == kCrcOfWritten) f->crc = Crc32Update(f->crc, buf, n);
+  return static_cast<unsigned>(n);
+}
+
+void CloseIfOpen(FILE* f) {
+  if (f) std::fclose(f);
+}
+
+}  // namespace
+
+int CompressFileWith(const char* source, const char* target, uint32_t* crc, void* work,
+                     size_t workSize, int type, int dictSize) {
+  if (!work || workSize < kFileCodecWorkSize) return 8;
+  FileStreams s{std::fopen(source, "rb"), std::fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
+  int result = 0;
+  if (s.in && s.out) {
+    if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize) != kImplodeOk)
+      result = -1;
+    else
+      s.crc = ~s.crc;
+  }
+  CloseIfOpen(s.out);
+  CloseIfOpen(s.in);
+  *crc = s.crc;
+  return result;
+}
+
+int ExpandFileWith(const char* target, const char* source, void* work, size_t workSize,
+                   uint32_t* crcOut) {
+  if (!work || workSize < kFileCodecWorkSize) return 8;
+  FileStreams s{std::fopen(source, "rb"), std::fopen(target, "wb"), kCrcOfWritten, 0xFFFFFFFFu};
+  // The coder's verdict is not looked at: a bad stream leaves a short target, which the
+  // caller finds out about when the text does not parse.
+  if (s.in && s.out) Explode(ReadStream, WriteStream, work, workSize, &s);
+  CloseIfOpen(s.out);
+  CloseIfOpen(s.in);
+  if (crcOut) *crcOut = ~s.crc;
+  return 0;
+}
+
+int ExpandFileChecked(const char* target, const char* source, uint32_t* crcOut) {
+  std::unique_ptr<unsigned char[]> work(new (std::nothrow) unsigned char[kExplodeWorkSize]);
+  if (!work) return kExpandNoMemory;
+  FileStreams s{std::fopen(source, "rb"), nullptr, kCrcOfWritten, 0xFFFFFFFFu};
+  if (!s.in) return kExpandSourceMissing;
+  s.out = std::fopen(target, "wb");
+  if (!s.out) {
+    std::fclose(s.in);
+    return kExpandCannotCreate;
+  }
+  int rc = Explode(ReadStream, WriteStream, work.get(), kExplodeWorkSize, &s);
+  bool readFault = std::ferror(s.in) != 0;
+  std::fclose(s.in);
+  bool closeFault = std::fclose(s.out) != 0;
+  int result = kExpandOk;
+  if (rc == kExplodeWriteError || closeFault)
+    result = kExpandWriteFault;
+  else if (readFault)
+    result = kExpandReadFault;
+  else if (rc != kExplodeOk)
+    result = kExpandBadData;
+  if (result != kExpandOk) {
+    std::remove(target);
+    return result;
+  }
+  if (crcOut) *crcOut = ~s.crc;
+  return kExpandOk;
+}
+
+int IsTextFile(const char* path) {
+  constexpr size_t kBlockSize = 4096;
+  std::unique_ptr<char[]> buf(new (std::nothrow) char[kBlockSize]);
+  if (!buf) return -1;
+  FILE* f = std::fopen(path, "rb");
+  if (!f) return -1;
+  int result = 1;
+  size_t n;
+  while (result == 1 && (n = std::fread(buf.get(), 1, kBlockSize, f)) > 0)
+    if (std::memchr(buf.get(), 0, n)) result = 0;
+  std::fclose(f);
+  return result;
+}
+
+}  // namespace orvalis
