@@ -253,9 +253,11 @@ bool SameFileName(const char* a, const char* b) {
 
 // Places one entry of the newer copy into a section that both copies hold.
 // Takes ownership of e (it is either linked into the section or freed).
-void MatchEntry(IniSection* s, IniEntry* e, IniEntry** prev, int* differences) {
+// unclaimed: no entry before it carries kIniOlderOnly (a claimed entry never gets it back and
+// inserted entries never carry it), so the search may start there; the caller moves it on.
+void MatchEntry(IniSection* s, IniEntry* e, IniEntry** prev, IniEntry** unclaimed, int* differences) {
   IniEntry* old = nullptr;
-  for (IniEntry* o = s->entries; o; o = o->next) {
+  for (IniEntry* o = *unclaimed; o; o = o->next) {
     if ((o->flags & kIniOlderOnly) && !(o->flags & kIniMatched) && EqualNoCase(o->key, e->key)) {
       old = o;
       break;
@@ -360,11 +362,16 @@ bool MergeNewerIni(FILE* f, IniSection** list, int* differences) {
   IniSection* cur = nullptr;
   bool curIsNew = false;
   IniEntry* prev = nullptr;
+  // Searches start at the first section (entry) still carrying kIniOlderOnly: everything
+  // before it has been claimed or is new, and gets no flag back. The first match in list
+  // order is found all the same, and copies in the same order cost a linear walk.
+  IniSection* unclaimedSection = *list;
+  IniEntry* unclaimed = nullptr;
   char line[kLineBuf];
   while (ReadTextLine(line, kLineBuf, f)) {
     if (line[0] == '[') {
       IniSection* found = nullptr;
-      for (IniSection* s = *list; s; s = s->next) {
+      for (IniSection* s = unclaimedSection; s; s = s->next) {
         if ((s->flags & kIniOlderOnly) && EqualNoCase(s->name, line)) {
           found = s;
           break;
@@ -373,6 +380,9 @@ bool MergeNewerIni(FILE* f, IniSection** list, int* differences) {
       if (found) {
         found->flags &= static_cast<uint16_t>(~kIniOlderOnly);
         curIsNew = false;
+        while (unclaimedSection && !(unclaimedSection->flags & kIniOlderOnly))
+          unclaimedSection = unclaimedSection->next;
+        unclaimed = found->entries;
       } else {
         found = NewSection(line, kIniSectionBase | kIniNewerOnly);
         if (!found) return false;
@@ -399,7 +409,8 @@ bool MergeNewerIni(FILE* f, IniSection** list, int* differences) {
       InsertAfterPrev(cur, prev, e);
       prev = e;
     } else {
-      MatchEntry(cur, e, &prev, differences);
+      MatchEntry(cur, e, &prev, &unclaimed, differences);
+      while (unclaimed && !(unclaimed->flags & kIniOlderOnly)) unclaimed = unclaimed->next;
     }
   }
   return true;

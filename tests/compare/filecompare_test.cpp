@@ -33,7 +33,6 @@ TEST(CompareTextLines, Walk) {
        {"6 1 a", "4 2 value=1", "5 -1 new value=1", "6 3 b"}, 1},
       {"long line read in 255-byte pieces", x255 + "xyz\nend\n", x255 + "xyz\nend\n",
        {"6 1 " + x255, "6 2 xyz", "6 3 end"}, 0},
-      {"empty files", "", "", {}, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -124,7 +123,6 @@ struct IniCase {
 
 TEST(CompareIniFiles, Merge) {
   const IniCase cases[] = {
-      {"identical", "[a]\nx=1\n", "[a]\nx=1\n", {"1000 [a]", "  10 x=|1"}, 0},
       {"key case differs, value changed", "[s]\na=1\n", "[S]\nA=2\n", {"1008 [s]", "  14 a=|1", "  8 A=|2"}, 1},
       {"values compared without case", "[s]\na=abc\n", "[s]\na=ABC\n", {"1000 [s]", "  10 a=|abc"}, 0},
       {"keys keep '=', values untrimmed, comments and bare lines whole",
@@ -137,11 +135,8 @@ TEST(CompareIniFiles, Merge) {
        {"1000 [a]", "  10 x=|1", "1002 [n]", "  2 z=|1", "  2 w=|2", "1000 [b]", "  10 y=|1"}, 1},
       {"new first section at the head", "[a]\nx=1\n", "[n]\nz=1\n[a]\nx=1\n",
        {"1002 [n]", "  2 z=|1", "1000 [a]", "  10 x=|1"}, 1},
-      {"section only in the older copy", "[a]\nx=1\n[gone]\ny=1\n", "[a]\nx=1\n",
-       {"1000 [a]", "  10 x=|1", "1001 [gone]", "  1 y=|1"}, 1},
       {"new entries: at the head, then after prev", "[s]\na=1\nc=3\n", "[s]\nz=0\na=1\nb=2\nc=3\n",
        {"1008 [s]", "  2 z=|0", "  10 a=|1", "  2 b=|2", "  10 c=|3"}, 1},
-      {"changed comment", "[s]\n;one\n", "[s]\n;two\n", {"1008 [s]", "  2 ;two|", "  1 ;one|"}, 1},
       {"removed entry marks its section", "[a]\nx=1\nw=1\n[b]\ny=1\n", "[a]\nx=1\n[b]\ny=2\n",
        {"1008 [a]", "  10 x=|1", "  1 w=|1", "1008 [b]", "  14 y=|1", "  8 y=|2"}, 1},
       // The final pass stops at the first marked section: [c] keeps its unclaimed entry

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <functional>
 
 #include "compare/xmltext.h"
@@ -82,26 +81,11 @@ TEST(WriteEscapedText, LongTextCrossesTheFlushPoints) {
   EXPECT_EQ(out.substr(out.size() - 18), "aaaaaaaaaa]aaa]]&g");
 }
 
-TEST(ChangeLetters, Mapping) {
-  const struct {
-    unsigned flags;
-    char letter;
-  } flagCases[] = {{0x3, 'O'}, {0x6, 'F'}, {0xA, 'T'}, {0x2, 'N'}, {0x14, 'F'}, {0x10, 'X'}, {0x1000, 'X'}};
-  for (const auto& c : flagCases) EXPECT_EQ(ChangeLetterFromFlags(c.flags), c.letter) << c.flags;
-  const char kindLetters[] = "XNOXFTXX";  // kinds 0..7
-  for (int kind = 0; kind < 8; ++kind) EXPECT_EQ(LineChangeLetter(kind), kindLetters[kind]) << kind;
-}
-
-TEST(FormatBase32, LikeItoaRadix32) {
-  const struct {
-    int value;
-    const char* text;
-  } cases[] = {{1, "1"}, {31, "v"}, {32, "10"}, {40, "18"}, {1023, "vv"}, {INT_MAX, "1vvvvvv"}, {-2, "3vvvvvu"}};
-  for (const auto& c : cases) {
-    char buf[16];
-    FormatBase32(c.value, buf, sizeof buf);
-    EXPECT_STREQ(buf, c.text);
-  }
+// The first bit set wins, in the order 0x1, 0x4, 0x8, 0x2.
+TEST(ChangeLetters, Priority) {
+  EXPECT_EQ(std::string() + ChangeLetterFromFlags(0x3) + ChangeLetterFromFlags(0xA) + ChangeLetterFromFlags(0x16) +
+                ChangeLetterFromFlags(0x1010) + LineChangeLetter(6) + LineChangeLetter(3),
+            "OTFXXX");
 }
 
 const char kHead[] =
