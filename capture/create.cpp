@@ -8,6 +8,7 @@
 #include "capture/sysfiles.h"
 #include "capture/sysinfo.h"
 #include "engine/context.h"
+#include "engine/cursor.h"
 #include "engine/files.h"
 #include "engine/log.h"
 #include "engine/settings.h"
@@ -18,15 +19,6 @@
 
 namespace orvalis {
 namespace {
-
-class WaitCursor {
- public:
-  WaitCursor() : previous_(Sys().SetCursor(Sys().LoadCursorA(nullptr, IDC_WAIT))) {}
-  void Restore() { Sys().SetCursor(previous_); }
-
- private:
-  HCURSOR previous_;
-};
 
 // Step 6 to 9 of a creation: destination, unique index name, opened index file. Null when the
 // file cannot be had; the record then holds no name.
