@@ -4,9 +4,6 @@
 
 #include "exports/exports.h"
 
-extern "C" unsigned long GetSnapshotList(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long DeleteSnapshot(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long RenameSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfSnapshotDifferences(const char*, const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
