@@ -4,16 +4,6 @@
 
 #include "exports/exports.h"
 
-extern "C" unsigned long CreateSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateScheduledSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateScheduledSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateInitialSnapshotFromDefaultProfile(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CreateInitialSnapshotFromSpecifiedProfile(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long GetSnapshotList(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long DeleteSnapshot(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long RenameSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long GetProfileList(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfSnapshotDifferences(const char*, const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
@@ -23,7 +13,6 @@ extern "C" unsigned long CreateReportOfDirectoryDifferences(const char*, const c
 extern "C" unsigned long CreateReportOfAssetDifferences(const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfSysInfoDifferences(const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfDriveDifferences(const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CompareFilestoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CompareRegtoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CompareDirtoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }

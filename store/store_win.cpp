@@ -158,6 +158,43 @@ void DeleteSnapshotCompanions(SnapshotRecord* rec) {
   }
 }
 
+bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out) {
+  int version = 0;
+  char description[MAX_PATH];
+  if (ReadSnapshotHead(indexPath, &version, description) != 0) return false;
+  SnapshotRecord rec{};
+  ReadFileInfoSection(indexPath, &rec, version);
+  bool found = false;
+  char folder[MAX_PATH];
+  if (CompanionFolder(indexPath, folder)) {
+    for (const SnapFileEntry* e = rec.files; e && !found; e = e->next)
+      if (EqualNoCase(e->path, filePath)) found = JoinPath(out, MAX_PATH, folder, e->companion);
+  }
+  ClearSnapshotRecord(&rec);
+  return found;
+}
+
+bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
+                       uint32_t* crc) {
+  int version = 0;
+  char description[MAX_PATH];
+  if (ReadSnapshotHead(indexPath, &version, description) != 0) return false;
+  SnapshotRecord rec{};
+  ReadDirInfoSection(indexPath, &rec, version);
+  bool found = false;
+  char folder[MAX_PATH];
+  if (CompanionFolder(indexPath, folder)) {
+    for (const SnapGroupEntry* e = rec.dirs; e && !found; e = e->next)
+      if (EqualNoCase(e->name, directory)) {
+        found = JoinPath(listing, MAX_PATH, folder, e->companion);
+        *compressed = e->first;
+        *crc = e->second;
+      }
+  }
+  ClearSnapshotRecord(&rec);
+  return found;
+}
+
 int DeleteSnapshotFiles(SnapshotRecord* rec) {
   DeleteSnapshotCompanions(rec);
   Sys().DeleteFileA(rec->indexPath);

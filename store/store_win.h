@@ -28,6 +28,13 @@ int DeleteSnapshotFiles(SnapshotRecord* rec);
 // Companions only (the index file is left): what a discarded partial snapshot leaves.
 void DeleteSnapshotCompanions(SnapshotRecord* rec);
 
+// The FILEINFO record of filePath (compared without regard to case) in an index file: the full
+// path of its saved copy into out (260). False when the file cannot be read or holds no record.
+bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out);
+// The DIRINFO record of a directory: its listing's full path, compressed flag and CRC.
+bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
+                       uint32_t* crc);
+
 // Empties a folder recursively and removes it; names beginning with "." are passed over. 5 on
 // the first failure, else 0.
 int RemoveFolderTree(const char* folder);

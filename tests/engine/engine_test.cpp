@@ -92,10 +92,10 @@ TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
               {"ProfileDestinationLocation", GetProfileDestinationLocation, SetProfileDestinationLocation},
               {"SnapshotSourceLocation", GetSnapshotSourceLocation, SetSnapshotSourceLocation},
               {"SnapshotDestinationLocation", GetSnapshotDestinationLocation, SetSnapshotDestinationLocation}};
+  for (const Row& r : rows) EXPECT_EQ(Str(r.get), box.dir()) << r.name;
+  EXPECT_FALSE(orvalis_test::FileExists(box.file("ENGINE.INI")));
   for (const Row& r : rows) {
     SCOPED_TRACE(r.name);
-    EXPECT_EQ(Str(r.get), box.dir());
-    EXPECT_FALSE(orvalis_test::FileExists(box.file("ENGINE.INI")));
     EXPECT_EQ(r.set("D:\\Snaps"), 0);
     EXPECT_EQ(Str(r.get), "D:\\Snaps");
     r.set("");

@@ -1,3 +1,6 @@
+// RegDeleteTreeA needs the Vista headers; the engine itself stays on the XP-level API.
+#undef _WIN32_WINNT
+#define _WIN32_WINNT 0x0600
 #include "tests/support/engine_sandbox.h"
 
 #include <cstdio>

@@ -1,0 +1,403 @@
+// orvalis.exe: the command-line front end. It loads HALVERN.DLL from its own folder and drives
+// it only through the exported functions, as the user interface and the scheduler do. The exit
+// status is the engine's result code.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+HMODULE g_engine = nullptr;
+
+template <typename Fn>
+Fn Entry(const char* name) {
+  auto fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(g_engine, name)));
+  if (!fn) {
+    std::fprintf(stderr, "orvalis: HALVERN.DLL has no entry %s\n", name);
+    std::exit(127);
+  }
+  return fn;
+}
+
+using Str1 = unsigned long(__cdecl*)(const char*);
+using Str2 = unsigned long(__cdecl*)(const char*, const char*);
+using Report = unsigned long(__cdecl*)(const char*, const char*, const char*, int);
+using Xml = unsigned long(__cdecl*)(const char*, const char*, const char*, const char*, int);
+using Void = unsigned long(__cdecl*)(void);
+using IntGet = int(__cdecl*)(void);
+using IntSet = int(__cdecl*)(const char*);
+
+const char* Meaning(unsigned long rc) {
+  switch (rc) {
+    case 0: return "done";
+    case 1: return "failed";
+    case 2: return "the file cannot be created or found";
+    case 8: return "not enough memory";
+    case 13: return "invalid data (profile, location or snapshot)";
+    case 87: return "invalid parameter (the snapshot does not hold that item)";
+    case 110: return "a report or folder cannot be opened";
+    case 120: return "not available in this build of the engine";
+    case 1154: return "a companion library cannot be loaded";
+    case 0xFFFFFFFFul: return "the snapshot cannot be read";
+    default: return "see the Windows error code";
+  }
+}
+
+int Finish(unsigned long rc) {
+  if (rc != 0) std::fprintf(stderr, "orvalis: error %lu: %s\n", rc, Meaning(rc));
+  return static_cast<int>(rc);
+}
+
+std::string ExeFolder() {
+  char path[MAX_PATH];
+  DWORD n = GetModuleFileNameA(nullptr, path, MAX_PATH);
+  if (n == 0 || n >= MAX_PATH) return ".";
+  char* slash = std::strrchr(path, '\\');
+  if (slash) *slash = '\0';
+  return path;
+}
+
+std::string TempFile(const char* name) {
+  char dir[MAX_PATH];
+  DWORD n = GetTempPathA(MAX_PATH, dir);
+  if (n == 0 || n >= MAX_PATH) return name;
+  return std::string(dir) + name;
+}
+
+// Options: "--name value" pairs and flags; everything else is positional.
+struct Args {
+  std::vector<std::string> positional;
+  std::vector<std::pair<std::string, std::string>> options;
+  bool Has(const char* name) const {
+    for (auto& o : options)
+      if (o.first == name) return true;
+    return false;
+  }
+  const char* Get(const char* name) const {
+    for (auto& o : options)
+      if (o.first == name) return o.second.c_str();
+    return nullptr;
+  }
+};
+
+const char* kValued[] = {"--profile", "--description", "--max", "--interval", "--out", "--item", "--delay", "--section"};
+
+Args Parse(int argc, char** argv, int from) {
+  Args a;
+  for (int i = from; i < argc; ++i) {
+    std::string s = argv[i];
+    if (s.rfind("--", 0) == 0) {
+      bool valued = false;
+      for (const char* v : kValued) valued |= s == v;
+      if (valued && i + 1 < argc) {
+        a.options.push_back({s, argv[++i]});
+      } else {
+        a.options.push_back({s, ""});
+      }
+    } else {
+      a.positional.push_back(s);
+    }
+  }
+  return a;
+}
+
+// The values of <TAG>...</TAG> lines of one of the engine's list documents, per record.
+std::vector<std::vector<std::string>> ReadList(const std::string& path, const char* record,
+                                               const std::vector<std::string>& tags) {
+  std::vector<std::vector<std::string>> rows;
+  FILE* f = std::fopen(path.c_str(), "r");
+  if (!f) return rows;
+  char line[1024];
+  std::string open = std::string("<") + record + ">";
+  while (std::fgets(line, sizeof line, f)) {
+    std::string s = line;
+    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+    size_t start = s.find_first_not_of(' ');
+    if (start == std::string::npos) continue;
+    s = s.substr(start);
+    if (s == open) {
+      rows.emplace_back(tags.size());
+      continue;
+    }
+    if (rows.empty()) continue;
+    for (size_t t = 0; t < tags.size(); ++t) {
+      std::string o = "<" + tags[t] + ">", c = "</" + tags[t] + ">";
+      if (s.rfind(o, 0) == 0 && s.size() >= o.size() + c.size() && s.compare(s.size() - c.size(), c.size(), c) == 0)
+        rows.back()[t] = s.substr(o.size(), s.size() - o.size() - c.size());
+    }
+  }
+  std::fclose(f);
+  return rows;
+}
+
+void PrintTable(const std::vector<std::string>& heads, const std::vector<std::vector<std::string>>& rows) {
+  std::vector<size_t> w(heads.size());
+  for (size_t i = 0; i < heads.size(); ++i) w[i] = heads[i].size();
+  for (auto& r : rows)
+    for (size_t i = 0; i < r.size(); ++i) w[i] = r[i].size() > w[i] ? r[i].size() : w[i];
+  auto line = [&](const std::vector<std::string>& cells) {
+    for (size_t i = 0; i < cells.size(); ++i)
+      std::printf(i + 1 < cells.size() ? "%-*s  " : "%-*s", static_cast<int>(i + 1 < cells.size() ? w[i] : 0),
+                  cells[i].c_str());
+    std::printf("\n");
+  };
+  line(heads);
+  std::vector<std::string> rule;
+  for (size_t x : w) rule.push_back(std::string(x, '-'));
+  line(rule);
+  for (auto& r : rows) line(r);
+  if (rows.empty()) std::printf("(none)\n");
+}
+
+struct Command {
+  const char* name;
+  const char* usage;
+  const char* help;
+  int (*run)(const Args&);
+};
+
+int CmdSettings(const Args& a) {
+  if (const char* v = a.Get("--max")) Entry<IntSet>("_SetMaxSnapshot")(v);
+  if (const char* v = a.Get("--interval")) Entry<IntSet>("_SetSchedule")(v);
+  std::printf("MaxScheduleSnapshots  %d\n", Entry<IntGet>("_GetMaxSnapshot")());
+  std::printf("INTERVAL              %d\n", Entry<IntGet>("_GetSchedule")());
+  return 0;
+}
+
+int CmdSnapshot(const Args& a) {
+  const char* profile = a.Get("--profile");
+  const char* description = a.Get("--description");
+  const bool scheduled = a.Has("--scheduled"), initial = a.Has("--initial");
+  if (scheduled && initial) {
+    std::fprintf(stderr, "orvalis: --scheduled and --initial exclude each other\n");
+    return 87;
+  }
+  unsigned long rc;
+  if (profile) {
+    const char* fn = scheduled ? "_CreateScheduledSnapshotFromSpecifiedProfile"
+                     : initial ? "_CreateInitialSnapshotFromSpecifiedProfile"
+                               : "_CreateSnapshotFromSpecifiedProfile";
+    rc = Entry<Str2>(fn)(profile, description);
+  } else {
+    const char* fn = scheduled ? "_CreateScheduledSnapshotFromDefaultProfile"
+                     : initial ? "_CreateInitialSnapshotFromDefaultProfile"
+                               : "_CreateSnapshotFromDefaultProfile";
+    rc = Entry<Str1>(fn)(description);
+  }
+  if (rc == 0) std::printf("snapshot taken (a stage that failed is named in halvern.log)\n");
+  return Finish(rc);
+}
+
+int CmdProfiles(const Args&) {
+  std::string out = TempFile("orvalis-profiles.xml");
+  char dir[MAX_PATH];
+  GetTempPathA(MAX_PATH, dir);
+  unsigned long rc = Entry<Str2>("_GetProfileList")(dir, "orvalis-profiles.xml");
+  if (rc != 0) return Finish(rc);
+  PrintTable({"FILE", "DESCRIPTION"}, ReadList(out, "PROFILES", {"FILE", "DESCRIPTION"}));
+  DeleteFileA(out.c_str());
+  return 0;
+}
+
+int CmdSnapshots(const Args&) {
+  std::string out = TempFile("orvalis-snapshots.xml");
+  char dir[MAX_PATH];
+  GetTempPathA(MAX_PATH, dir);
+  unsigned long rc = Entry<Str2>("_GetSnapshotList")(dir, "orvalis-snapshots.xml");
+  if (rc != 0) return Finish(rc);
+  PrintTable({"FILE", "TIME", "DESCRIPTION"}, ReadList(out, "SNAPSHOT", {"FILE", "TIMESTAMP", "DESCRIPTION"}));
+  DeleteFileA(out.c_str());
+  return 0;
+}
+
+int Need(const Args& a, size_t n, const char* usage) {
+  if (a.positional.size() < n) {
+    std::fprintf(stderr, "usage: orvalis %s\n", usage);
+    return 87;
+  }
+  return 0;
+}
+
+int CmdRename(const Args& a) {
+  if (int rc = Need(a, 2, "rename SNAPSHOT DESCRIPTION")) return rc;
+  return Finish(Entry<Str2>("_RenameSnapshot")(a.positional[0].c_str(), a.positional[1].c_str()));
+}
+
+int CmdDelete(const Args& a) {
+  if (int rc = Need(a, 1, "delete SNAPSHOT")) return rc;
+  return Finish(Entry<Str1>("_DeleteSnapshot")(a.positional[0].c_str()));
+}
+
+int CmdExport(const Args& a) {
+  if (int rc = Need(a, 2, "export SNAPSHOT PACKAGE")) return rc;
+  return Finish(Entry<Str2>("_ExportSnapshot")(a.positional[0].c_str(), a.positional[1].c_str()));
+}
+
+int CmdImport(const Args& a) {
+  if (int rc = Need(a, 2, "import PACKAGE FOLDER")) return rc;
+  return Finish(Entry<Str2>("_ImportSnapshot")(a.positional[0].c_str(), a.positional[1].c_str()));
+}
+
+int CmdInfo(const Args& a) {
+  if (int rc = Need(a, 2, "info SNAPSHOT OUTPUT.xml")) return rc;
+  return Finish(Entry<Str2>("_SnapshotInfoXML")(a.positional[0].c_str(), a.positional[1].c_str()));
+}
+
+int CmdReport(const Args& a) {
+  if (int rc = Need(a, 2, "report OLDER [NEWER] OUTPUT [--section S] [--append]")) return rc;
+  const bool twoSided = a.positional.size() >= 3;
+  const char* older = a.positional[0].c_str();
+  const char* newer = twoSided ? a.positional[1].c_str() : nullptr;
+  const char* out = a.positional[twoSided ? 2 : 1].c_str();
+  std::string section = a.Get("--section") ? a.Get("--section") : "all";
+  if (section == "all") {
+    using All = unsigned long(__cdecl*)(const char*, const char*, const char*);
+    return Finish(Entry<All>("_CreateReportOfSnapshotDifferences")(older, newer, out));
+  }
+  struct {
+    const char* name;
+    const char* entry;
+  } sections[] = {{"files", "_CreateReportOfFileDifferences"},       {"registry", "_CreateReportOfRegistryDifferences"},
+                  {"dirs", "_CreateReportOfDirectoryDifferences"},   {"assets", "_CreateReportOfAssetDifferences"},
+                  {"sysinfo", "_CreateReportOfSysInfoDifferences"}, {"drives", "_CreateReportOfDriveDifferences"}};
+  for (auto& s : sections)
+    if (section == s.name) return Finish(Entry<Report>(s.entry)(older, newer, out, a.Has("--append") ? 1 : 0));
+  std::fprintf(stderr, "orvalis: unknown section %s\n", section.c_str());
+  return 87;
+}
+
+int CmdDiff(const Args& a) {
+  if (int rc = Need(a, 2, "diff file|reg|dir|asset OLDER [NEWER] --item PATH --out FILE [--live]")) return rc;
+  const std::string kind = a.positional[0];
+  const char* entry = kind == "file" ? "_CompareFilestoXML" : kind == "reg" ? "_CompareRegtoXML"
+                      : kind == "dir" ? "_CompareDirtoXML" : kind == "asset" ? "_CompareAssettoXML" : nullptr;
+  if (!entry || !a.Get("--item") || !a.Get("--out")) {
+    std::fprintf(stderr, "usage: orvalis diff file|reg|dir|asset OLDER [NEWER] --item PATH --out FILE [--live]\n");
+    return 87;
+  }
+  const char* older = a.positional[1] == "-" ? nullptr : a.positional[1].c_str();
+  const char* newer = a.positional.size() > 2 && a.positional[2] != "-" ? a.positional[2].c_str() : nullptr;
+  unsigned long rc = Entry<Xml>(entry)(older, newer, a.Get("--item"), a.Get("--out"), a.Has("--live") ? 1 : 0);
+  if (rc == 0) std::printf("written: %s\n", a.Get("--out"));
+  return Finish(rc);
+}
+
+int CmdRestore(const Args& a) {
+  const bool select = a.Has("--select");
+  if (a.Has("--initial")) return Finish(Entry<Void>(select ? "_RestoreFromInitialSnapshotSelect" : "_RestoreFromInitialSnapshot")());
+  if (a.Has("--recent"))
+    return Finish(Entry<Void>(select ? "_RestoreFromMostRecentSnapshotSelect" : "_RestoreFromMostRecentSnapshot")());
+  if (a.Has("--undo")) return Finish(Entry<Void>(select ? "_RestoreFromUndoSnapshotSelect" : "_RestoreFromUndoSnapshot")());
+  if (select) return Finish(Entry<Void>("_RestoreFromSpecifiedSnapshotSelect")());
+  if (int rc = Need(a, 1, "restore SNAPSHOT [--reboot [--delay SECONDS]]")) return rc;
+  const char* s = a.positional[0].c_str();
+  if (a.Has("--reboot")) {
+    if (const char* d = a.Get("--delay")) {
+      using Delay = unsigned long(__cdecl*)(const char*, long);
+      return Finish(Entry<Delay>("_RestoreFromSpecifiedSnapshotDelayReboot")(s, std::atol(d)));
+    }
+    return Finish(Entry<Str1>("_RestoreFromSpecifiedSnapshotReboot")(s));
+  }
+  return Finish(Entry<Str1>("_RestoreFromSpecifiedSnapshot")(s));
+}
+
+int CmdTick(const Args& a);
+
+const Command kCommands[] = {
+    {"settings", "settings [--max N] [--interval N]", "show or change the scheduled-snapshot settings", CmdSettings},
+    {"snapshot", "snapshot [--profile P.GCF] [--description TEXT] [--scheduled | --initial]",
+     "take a snapshot (default profile unless --profile)", CmdSnapshot},
+    {"profiles", "profiles", "list the profiles beside the engine", CmdProfiles},
+    {"snapshots", "snapshots", "list the snapshots beside the engine", CmdSnapshots},
+    {"rename", "rename SNAPSHOT DESCRIPTION", "change a snapshot's description", CmdRename},
+    {"delete", "delete SNAPSHOT", "delete a snapshot with its companion files", CmdDelete},
+    {"export", "export SNAPSHOT PACKAGE", "write a snapshot and its companions into one package", CmdExport},
+    {"import", "import PACKAGE FOLDER", "read a package back as a new snapshot", CmdImport},
+    {"info", "info SNAPSHOT OUTPUT.xml", "write a snapshot's information document", CmdInfo},
+    {"report", "report OLDER [NEWER] OUTPUT [--section all|files|registry|dirs|assets|sysinfo|drives] [--append]",
+     "write the text report of differences (against the live system without NEWER)", CmdReport},
+    {"diff", "diff file|reg|dir|asset OLDER|- [NEWER] --item PATH --out FILE [--live]",
+     "write one difference document (- for no older snapshot)", CmdDiff},
+    {"restore", "restore SNAPSHOT [--reboot [--delay S]] | restore --initial|--recent|--undo [--select]",
+     "restore a snapshot after taking an undo snapshot", CmdRestore},
+    {"tick", "tick [--description TEXT]",
+     "scheduler tick: take a scheduled snapshot, drop the oldest beyond MaxScheduleSnapshots", CmdTick},
+};
+
+int CmdTick(const Args& a) {
+  unsigned long rc = Entry<Str1>("_CreateScheduledSnapshotFromDefaultProfile")(a.Get("--description") ? a.Get("--description") : "Scheduled snapshot");
+  if (rc != 0) return Finish(rc);
+  // Keep the newest MaxScheduleSnapshots scheduled snapshots: the list document gives the
+  // files in name order, which is creation order for the engine's counter names.
+  std::string out = TempFile("orvalis-tick.xml");
+  char dir[MAX_PATH];
+  GetTempPathA(MAX_PATH, dir);
+  if (Entry<Str2>("_GetSnapshotList")(dir, "orvalis-tick.xml") != 0) return Finish(rc);
+  auto rows = ReadList(out, "SNAPSHOT", {"FILE"});
+  DeleteFileA(out.c_str());
+  std::vector<std::string> scheduled;
+  std::string folder = ExeFolder();
+  for (auto& r : rows) {
+    char flags[32] = "";
+    std::string path = folder + "\\" + r[0];
+    FILE* f = std::fopen(path.c_str(), "r");
+    if (!f) continue;
+    char line[512];
+    bool in = false;
+    while (std::fgets(line, sizeof line, f)) {
+      if (_strnicmp(line, "[FLAGS_END]", 11) == 0) break;
+      if (in) std::snprintf(flags, sizeof flags, "%s", line);
+      if (_strnicmp(line, "[FLAGS_START]", 13) == 0) in = true;
+    }
+    std::fclose(f);
+    if (std::atol(flags) & 0x2000) scheduled.push_back(r[0]);
+  }
+  int keep = Entry<IntGet>("_GetMaxSnapshot")();
+  if (keep < 0) keep = 0;
+  for (size_t i = 0; i + keep < scheduled.size(); ++i) {
+    std::printf("deleting old scheduled snapshot %s\n", scheduled[i].c_str());
+    Entry<Str1>("_DeleteSnapshot")(scheduled[i].c_str());
+  }
+  return Finish(rc);
+}
+
+void Usage(FILE* f) {
+  std::fprintf(f, "orvalis: records, compares and restores this PC's configuration.\n\nusage:\n");
+  for (const Command& c : kCommands) std::fprintf(f, "  orvalis %-10s %s\n", c.name, c.help);
+  std::fprintf(f, "\n'orvalis COMMAND --help' shows a command's arguments.\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "help")) {
+    Usage(argc < 2 ? stderr : stdout);
+    return argc < 2 ? 87 : 0;
+  }
+  const Command* cmd = nullptr;
+  for (const Command& c : kCommands)
+    if (!std::strcmp(argv[1], c.name)) cmd = &c;
+  if (!cmd) {
+    std::fprintf(stderr, "orvalis: unknown command '%s'\n", argv[1]);
+    Usage(stderr);
+    return 87;
+  }
+  Args args = Parse(argc, argv, 2);
+  if (args.Has("--help")) {
+    std::printf("usage: orvalis %s\n  %s\n", cmd->usage, cmd->help);
+    return 0;
+  }
+  std::string dll = ExeFolder() + "\\HALVERN.DLL";
+  g_engine = LoadLibraryA(dll.c_str());
+  if (!g_engine) {
+    std::fprintf(stderr, "orvalis: cannot load %s (error %lu)\n", dll.c_str(), GetLastError());
+    return 1154;
+  }
+  int rc = cmd->run(args);
+  FreeLibrary(g_engine);
+  return rc;
+}

@@ -1,0 +1,111 @@
+// The system-file difference document end to end under Wine: real snapshots of a real file.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "engine/sys.h"
+#include "exports/exports.h"
+#include "tests/support/engine_sandbox.h"
+
+using orvalis_test::EngineSandbox;
+using orvalis_test::FileExists;
+using orvalis_test::ReadWholeFile;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+class SysFileXml : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
+    ini_ = box_.file("app.ini");
+    txt_ = box_.file("autoexec.bat");
+    WriteWholeFile(ini_, "[Main]\nColor=blue\nSize=10\n");
+    WriteWholeFile(txt_, "@echo off\nset PATH=C:\\DOS\nrem <done>\n");
+    WriteWholeFile(box_.file("P.GCF"), "watch\n[GROUPFILES_START]\n" + ini_ + "\n" + txt_ + "\n[GROUPFILES_END]\n");
+    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "before"), 0u);
+    WriteWholeFile(ini_, "[Main]\nColor=green\nSize=10\n[New]\nk=v\n");
+    WriteWholeFile(txt_, "@echo off\nset PATH=C:\\DOS;C:\\WIN\nrem <done>\n");
+    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "after"), 0u);
+  }
+  std::string Doc(const std::string& body) {
+    return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n<SYSFILE>\r\n" + body +
+           "</SYSFILE>\r\n";
+  }
+  EngineSandbox box_;
+  std::string ini_, txt_;
+};
+
+TEST_F(SysFileXml, TwoSnapshotsOfAnIniFile) {
+  const std::string out = box_.file("out.xml");
+  ASSERT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini_.c_str(), out.c_str(), 0), 0u);
+  EXPECT_EQ(ReadWholeFile(out),
+            Doc("  <FILENAME><![CDATA[" + ini_ + "]]></FILENAME>\r\n    <INI>\r\n"
+                "    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
+                "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+                "   <ENTRIES>      <LINE>Color=green</LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+                "    <SECTION>[New]</SECTION>        <CHGFLAG flag=\"N\"/>\r\n"
+                "   <ENTRIES>      <LINE>k=v</LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n"
+                "    </INI>\r\n"));
+}
+
+TEST_F(SysFileXml, SnapshotAgainstTheLiveTextFile) {
+  const std::string out = box_.file("out.xml");
+  WriteWholeFile(txt_, "@echo off\nrem <done>\nver\n");
+  ASSERT_EQ(CompareFilestoXML("BASE0000.BCF", nullptr, txt_.c_str(), out.c_str(), 1), 0u);
+  EXPECT_EQ(ReadWholeFile(out),
+            Doc("  <FILENAME><![CDATA[" + txt_ + "]]></FILENAME>\r\n    <TEXT>\r\n"
+                "   <ENTRIES>      <LINE><![CDATA[set PATH=C:\\DOS]]></LINE>      <LNUM>2</LNUM>      "
+                "<CHGFLAG flag=\"O\"/>   </ENTRIES>\r\n"
+                "   <ENTRIES>      <LINE><![CDATA[ver]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n"
+                "    </TEXT>\r\n"));
+}
+
+TEST_F(SysFileXml, OneSnapshotAloneIsOneSided) {
+  const std::string out = box_.file("out.xml");
+  ASSERT_EQ(CompareFilestoXML("BASE0001.BCF", nullptr, txt_.c_str(), out.c_str(), 0), 0u);
+  std::string doc = ReadWholeFile(out);
+  // Only the older side: the file is "not in the newer snapshot", a message, so TEXT is empty.
+  EXPECT_EQ(doc, Doc("  <FILENAME><![CDATA[" + txt_ + "]]></FILENAME>\r\n    <TEXT>\r\n    </TEXT>\r\n"));
+}
+
+TEST_F(SysFileXml, LiveAgainstItself) {
+  const std::string out = box_.file("out.xml");
+  ASSERT_EQ(CompareFilestoXML(nullptr, nullptr, ini_.c_str(), out.c_str(), 1), 0u);
+  EXPECT_EQ(ReadWholeFile(out), Doc("  <FILENAME><![CDATA[" + ini_ + "]]></FILENAME>\r\n    <INI>\r\n    </INI>\r\n"));
+}
+
+std::string g_box;
+int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT) {
+  g_box = std::string(text) + "|" + title;
+  return IDOK;
+}
+
+TEST_F(SysFileXml, ResultCodes) {
+  const std::string out = box_.file("out.xml");
+  struct Row {
+    const char* name;
+    const char* older;
+    const char* newer;
+    std::string file;
+    int live;
+    unsigned long rc;
+  } rows[] = {
+      {"file not in the snapshot", "BASE0000.BCF", nullptr, box_.file("other.ini"), 1, 87},
+      {"file not in the newer", "BASE0000.BCF", "BASE0001.BCF", box_.file("other.ini"), 0, 87},
+      {"no older and not live", nullptr, "BASE0001.BCF", ini_, 0, 87},
+      {"missing snapshot", "BASE0009.BCF", nullptr, ini_, 1, 87},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), r.rc) << r.name;
+    EXPECT_FALSE(FileExists(out)) << r.name;
+  }
+  orvalis::Sys().MessageBoxA = CaptureBox;
+  const std::string bad = box_.file("no\\such\\dir\\out.xml");
+  EXPECT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini_.c_str(), bad.c_str(), 0), 2u);
+  EXPECT_EQ(g_box, "Destination file is invalid (" + bad + ")|Orvalis Engine Error");
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// The snapshot store on a real (Wine) file system: unique names, loading, the locale's dates.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "engine/sys.h"
+#include "store/datetext.h"
+#include "store/store_win.h"
+#include "tests/support/engine_sandbox.h"
+
+using namespace orvalis;
+using orvalis_test::EngineSandbox;
+using orvalis_test::FileExists;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+TEST(UniqueName, FilesCountUpAndAreReserved) {
+  EngineSandbox box;
+  struct Row {
+    const char* prefix;
+    const char* ext;
+    const char* name;
+  } rows[] = {{"BASE", "BCF", "BASE0000.BCF"}, {"BASE", "BCF", "BASE0001.BCF"}, {"SYSTEM", "BSE", "SYST0000.BSE"},
+              {"WIN", "BSE", "WIN0000.BSE"},   {"WINFILE", "BSE", "WINF0000.BSE"}, {"WIN", "BSE", "WIN0001.BSE"}};
+  for (const Row& r : rows) {
+    char name[MAX_PATH];
+    ASSERT_EQ(MakeUniqueFileName(box.dir().c_str(), r.prefix, r.ext, name), 1);
+    EXPECT_STREQ(name, r.name);
+    EXPECT_TRUE(FileExists(box.file(name)));  // reserved empty
+  }
+  char name[MAX_PATH];
+  EXPECT_EQ(MakeUniqueFileName((box.dir() + "\\").c_str(), "BASE", "BCF", name), 1);  // trailing backslash
+  EXPECT_STREQ(name, "BASE0002.BCF");
+  EXPECT_EQ(MakeUniqueFileName(box.file("missing").c_str(), "BASE", "BCF", name), 0);
+}
+
+TEST(UniqueName, FoldersUseCreateDirectory) {
+  EngineSandbox box;
+  char name[MAX_PATH];
+  ASSERT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 1);
+  EXPECT_STREQ(name, "NT0000");
+  ASSERT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 1);
+  EXPECT_STREQ(name, "NT0001");
+  WriteWholeFile(box.file("NT0002"), "a file in the way");
+  ASSERT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 1);
+  EXPECT_STREQ(name, "NT0003");
+}
+
+DWORD WINAPI EverythingExists(LPCSTR path) {
+  // The folder itself answers as a folder, every candidate as a file.
+  return std::string(path).find("BASE") == std::string::npos ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+}
+BOOL WINAPI NoFolderCanBeMade(LPCSTR, LPSECURITY_ATTRIBUTES) { return FALSE; }
+
+TEST(UniqueName, FullCounterFails) {
+  EngineSandbox box;
+  Sys().GetFileAttributesA = EverythingExists;
+  char name[MAX_PATH] = "untouched";
+  EXPECT_EQ(MakeUniqueFileName(box.dir().c_str(), "BASE", "BCF", name), 0);
+  EXPECT_STREQ(name, "untouched");
+  ResetSys();
+  Sys().CreateDirectoryA = NoFolderCanBeMade;
+  EXPECT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 0);
+}
+
+TEST(UniqueName, PathsTooLongForABufferFail) {
+  EngineSandbox box;
+  std::string deep = box.dir();
+  while (deep.size() < 240) {
+    deep += "\\ddddddddddddddddddd";
+    CreateDirectoryA(deep.c_str(), nullptr);
+  }
+  char name[MAX_PATH];
+  EXPECT_EQ(MakeUniqueFileName(deep.c_str(), "BASE", "BCF", name), 0);
+}
+
+TEST(LoadSnapshot, TakesTheFileTimeWhenTheStampIsMissing) {
+  EngineSandbox box;
+  std::string path = box.file("BASE0000.BCF");
+  WriteWholeFile(path, "FormatVersion=6\nno time\n[TIMEDATE_START]\n0\n[TIMEDATE_END]\n");
+  SnapshotRecord* rec = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(path.c_str(), rec), 0);
+  EXPECT_NE(rec->time, 0u);
+  EXPECT_STREQ(rec->indexName, "BASE0000.BCF");
+  EXPECT_EQ(std::string(rec->indexPath), path);
+  FreeSnapshotRecord(rec);
+  char folder[MAX_PATH];
+  EXPECT_TRUE(CompanionFolder(path.c_str(), folder));
+  EXPECT_EQ(std::string(folder), box.dir() + "\\NIMBRA\\");
+  EXPECT_FALSE(CompanionFolder("BASE0000.BCF", folder));
+}
+
+// The dates as the system's locale shows them: the test is run once per locale (LC_ALL set by
+// CTest) and told the expected text through ORVALIS_EXPECT_DATE.
+TEST(WindowsLocale, DatesFollowTheSystemLocale) {
+  EngineSandbox box;  // installs the Windows locale provider
+  ResetDateLocaleCache();
+  const char* expect = std::getenv("ORVALIS_EXPECT_DATE");
+  if (!expect) GTEST_SKIP() << "run by CTest with a locale";
+  BrokenDownTime t;
+  t.year = 1999;
+  t.month = 5;
+  t.day = 30;
+  t.hour = 13;
+  t.minute = 37;
+  t.second = 51;
+  char out[64];
+  FormatPackedDateTime(PackDosDateTime(t), out);
+  EXPECT_STREQ(out, expect);
+}
+
+}  // namespace
