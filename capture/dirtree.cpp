@@ -27,13 +27,10 @@ constexpr int kMaxDepth = 300;  // deeper than any path that fits in MAX_PATH
 // ---- Nodes ------------------------------------------------------------------------------------
 
 DirNode* NewNode(uint16_t flags, const char* path, DirNode* parent, uint32_t time, uint32_t size) {
-  auto* n = static_cast<DirNode*>(Sys().calloc(1, sizeof(DirNode)));
+  // One block: the node and its MAX_PATH path buffer right behind it.
+  auto* n = static_cast<DirNode*>(Sys().calloc(1, sizeof(DirNode) + MAX_PATH));
   if (!n) return nullptr;
-  n->path = static_cast<char*>(Sys().calloc(MAX_PATH, 1));
-  if (!n->path) {
-    std::free(n);
-    return nullptr;
-  }
+  n->path = reinterpret_cast<char*>(n + 1);
   CopyText(n->path, path, MAX_PATH);
   n->flags = static_cast<uint16_t>(flags | kDirAllocated);
   n->parent = parent;
@@ -45,19 +42,24 @@ DirNode* NewNode(uint16_t flags, const char* path, DirNode* parent, uint32_t tim
 
 // Lists are sorted by path without regard to case, a new node going after every node that
 // compares equal or lower.
+// Siblings share their folder, so comparing from the name on gives the order of the paths.
+const char* NamePart(const DirNode* n, size_t folderLength) { return n->path + folderLength; }
+
 void InsertSorted(DirNode** head, DirNode** tail, DirNode* n) {
   if (!*head) {
     *head = *tail = n;
     return;
   }
-  if (lstrcmpiA((*tail)->path, n->path) <= 0) {
+  const DirNode* parent = n->parent;
+  const size_t skip = parent ? std::strlen(parent->path) : 0;
+  if (lstrcmpiA(NamePart(*tail, skip), NamePart(n, skip)) <= 0) {
     n->prev = *tail;
     (*tail)->next = n;
     *tail = n;
     return;
   }
   DirNode* at = *head;
-  while (at && lstrcmpiA(at->path, n->path) <= 0) at = at->next;
+  while (at && lstrcmpiA(NamePart(at, skip), NamePart(n, skip)) <= 0) at = at->next;
   // at is the first node above n (never null: the tail is above n).
   n->next = at;
   n->prev = at->prev;
@@ -106,13 +108,48 @@ struct Entry {
   const char* path;
 };
 
+// Local DOS date and time of a file time. FileTimeToLocalFileTime applies the bias in force now,
+// whatever the file's date, so one bias taken at the start of a walk gives the same result as
+// converting every file through the system, at a fraction of the cost for large trees.
+struct TimeConverter {
+  int64_t bias;  // local minus UTC, in 100 ns units
+  TimeConverter() {
+    FILETIME utc, local;
+    GetSystemTimeAsFileTime(&utc);
+    FileTimeToLocalFileTime(&utc, &local);
+    bias = static_cast<int64_t>(ToUnits(local) - ToUnits(utc));
+  }
+  static uint64_t ToUnits(const FILETIME& f) { return static_cast<uint64_t>(f.dwHighDateTime) << 32 | f.dwLowDateTime; }
+  uint32_t Dos(const FILETIME& ft) const {
+    const int64_t t = static_cast<int64_t>(ToUnits(ft)) + bias;
+    if (t < 0) return 0;
+    int64_t secs = t / 10000000;
+    int64_t days = secs / 86400;
+    const int secOfDay = static_cast<int>(secs % 86400);
+    // Civil date from the day count (days since 1970-01-01; 1601 to 1970 is 134774 days).
+    const int64_t z = days - 134774 + 719468;
+    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    const int64_t doe = z - era * 146097;
+    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    int64_t y = yoe + era * 400;
+    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const int64_t mp = (5 * doy + 2) / 153;
+    const int d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+    const int m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+    if (m <= 2) ++y;
+    if (y < 1980) return 0;  // later years wrap in the 7-bit field, as the system's conversion does
+    const uint32_t date = static_cast<uint32_t>(((y - 1980) & 0x7F) << 9 | m << 5 | d) & 0xFFFF;
+    const uint32_t time = static_cast<uint32_t>((secOfDay / 3600) << 11 | ((secOfDay / 60) % 60) << 5 | (secOfDay % 60) / 2);
+    return date << 16 | time;
+  }
+};
+
 struct Walk {
   int side;               // 1 capture or older side, 2 newer side
   bool lookup;            // merging into an older tree
   const DirFilters* filters;
   bool failed = false;
-  DirNode* fileHint = nullptr;
-  DirNode* dirHint = nullptr;
+  TimeConverter clock{};
 };
 
 // One entry of a directory, from the disk or from a listing: lookup, or a new node. Returns the
@@ -168,12 +205,7 @@ void MarkAfterNewerLevel(DirNode* dir) {
     }
 }
 
-uint32_t DosTime(const FILETIME& ft) {
-  FILETIME local;
-  WORD date = 0, time = 0;
-  if (!FileTimeToLocalFileTime(&ft, &local) || !FileTimeToDosDateTime(&local, &date, &time)) return 0;
-  return static_cast<uint32_t>(date) << 16 | time;
-}
+
 
 // ---- The disk ---------------------------------------------------------------------------------
 
@@ -201,7 +233,7 @@ void WalkDisk(Walk& w, DirNode* dir, const char* dpath, bool skipIE) {
       char path[MAX_PATH];
       std::memcpy(path, dpath, dlen);
       std::memcpy(path + dlen, name, nlen + 1);
-      Entry e{isDir, fd.nFileSizeLow, DosTime(fd.ftLastWriteTime), path};
+      Entry e{isDir, fd.nFileSizeLow, w.clock.Dos(fd.ftLastWriteTime), path};
       DirNode* into = Place(w, dir, e, fileHint, dirHint);
       if (w.failed) break;
       if (into && dlen + nlen + 1 < MAX_PATH) {
@@ -438,8 +470,7 @@ void FreeDirTree(DirNode* node) {
     DirNode* next = node->next;
     FreeDirTree(node->subdirs);
     FreeDirTree(node->files);
-    std::free(node->path);
-    std::free(node);
+    std::free(node);  // the path lives in the same block
     node = next;
   }
 }

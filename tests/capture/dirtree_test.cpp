@@ -343,3 +343,42 @@ TEST_F(DirSnapshots, AFailingDirectoryStageLeavesNothingBehind) {
 }
 
 }  // namespace
+
+namespace {
+
+// The walk converts file times itself; it must agree with the system's conversion everywhere
+// in the DOS range (leap days, ends of the range, the last second of a day).
+TEST(DirTimes, WalkTimesAgreeWithTheSystemConversion) {
+  EngineSandbox box;
+  const std::string root = box.file("t");
+  CreateDirectoryA(root.c_str(), nullptr);
+  const SYSTEMTIME times[] = {{1980, 1, 0, 1, 0, 0, 0, 0},    {1999, 12, 0, 31, 23, 59, 59, 0},
+                              {2000, 2, 0, 29, 12, 30, 31, 0}, {2024, 2, 0, 29, 1, 2, 3, 0},
+                              {2038, 1, 0, 19, 3, 14, 8, 0},   {2107, 12, 0, 31, 23, 59, 58, 0},
+                              {1979, 12, 0, 31, 23, 0, 0, 0},  {2108, 1, 0, 1, 0, 0, 0, 0}};
+  int i = 0;
+  for (const SYSTEMTIME& st : times) {
+    const std::string p = root + "\\f" + std::to_string(i++);
+    WriteWholeFile(p, "x");
+    FILETIME local, utc;
+    SystemTimeToFileTime(&st, &local);
+    LocalFileTimeToFileTime(&local, &utc);
+    HANDLE h = CreateFileA(p.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    SetFileTime(h, nullptr, nullptr, &utc);
+    CloseHandle(h);
+  }
+  DirNode* tree = CaptureDirectory(root.c_str());
+  ASSERT_NE(tree, nullptr);
+  for (const DirNode* f = tree->files; f; f = f->next) {
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    GetFileAttributesExA(f->path, GetFileExInfoStandard, &a);
+    FILETIME local;
+    WORD date = 0, time = 0;
+    FileTimeToLocalFileTime(&a.ftLastWriteTime, &local);
+    uint32_t want = FileTimeToDosDateTime(&local, &date, &time) ? (static_cast<uint32_t>(date) << 16 | time) : 0;
+    EXPECT_EQ(f->time, want) << f->path;
+  }
+  FreeDirTree(tree);
+}
+
+}  // namespace
