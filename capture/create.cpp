@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "capture/dirtree.h"
 #include "capture/sysfiles.h"
 #include "capture/sysinfo.h"
 #include "engine/context.h"
@@ -99,9 +100,15 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   WriteDrivesSection(f, rec);
   WriteLog("Done writing the easy stuff");
 
-  // Registry, registry backup, asset and directory stages take their places here, in this
-  // order, as they are built.
+  // The registry, registry backup and asset stages take their places here, in this order.
 
+  WriteLog("Writing base dir info");
+  if (WriteDirInfoSection(f, profile, rec) != 0) {
+    WriteLog("Failed to write dir info");
+    DiscardPartialSnapshot(rec, f);
+    FreeProfile(profile);
+    return 0;
+  }
   WriteLog("Writing base sys file info");
   if (WriteFileInfo(f, profile, rec) != 0) {
     WriteLog("Failed to write sys file info");

@@ -14,7 +14,6 @@ extern "C" unsigned long CreateReportOfAssetDifferences(const char*, const char*
 extern "C" unsigned long CreateReportOfSysInfoDifferences(const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CreateReportOfDriveDifferences(const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CompareRegtoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
-extern "C" unsigned long CompareDirtoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long CompareAssettoXML(const char*, const char*, const char*, const char*, int) { return ERROR_CALL_NOT_IMPLEMENTED; }
 extern "C" unsigned long RestoreFromSpecifiedSnapshot(const char*) { return ERROR_CALL_NOT_IMPLEMENTED; }

@@ -86,7 +86,7 @@ TEST_F(Creation, SnapshotFromAProfile) {
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(lines[0], "FormatVersion=6");
   EXPECT_EQ(lines[1], "First look");
-  EXPECT_EQ(Sections(index), "TIMEDATE FLAGS OSVERSION USERNAME SYSINFO DRIVES FILEINFO ");
+  EXPECT_EQ(Sections(index), "TIMEDATE FLAGS OSVERSION USERNAME SYSINFO DRIVES DIRINFO FILEINFO ");
   EXPECT_EQ(SectionBody(index, "FLAGS"), "0\n");
   EXPECT_EQ(SectionBody(index, "OSVERSION"), std::to_string(GetVersion()) + "\n");
   char user[MAX_PATH];
@@ -150,7 +150,7 @@ TEST_F(Creation, FlagsCountersAndProfileLookup) {
   EXPECT_EQ(log.rfind("CreateSnapshotFromDefault: Entered\r\n\r\nDefault Profile:\r\n" + box_.file("DAILY.GCF") +
                           "\r\nSnapshotLocation:\r\n" + box_.dir() + "\r\nCreateSnapshot:\r\nProfile" +
                           box_.file("DAILY.GCF") + "\r\nDestDir" + box_.dir() + "\r\nOpened output snapshot file OK\r\n"
-                          "Done writing the easy stuff\r\nWriting base sys file info\r\nBack from create snapshot\r\n",
+                          "Done writing the easy stuff\r\nWriting base dir info\r\nWriting base sys file info\r\nBack from create snapshot\r\n",
                       0),
             0u)
       << log;
@@ -171,7 +171,7 @@ TEST_F(Creation, ResultCodesWhenNothingCanBeWritten) {
   SetSnapshotDestinationLocation(box_.dir().c_str());
   Sys().calloc = [](size_t, size_t) -> void* { return nullptr; };
   EXPECT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "x"), 8u);
-  ResetSys();
+  box_.RestoreSeam();
   EXPECT_FALSE(FileExists(Index(0)));
 }
 
@@ -183,7 +183,7 @@ TEST_F(Creation, TheIndexFileThatCannotBeOpenedLeavesNoReservation) {
     return fopen(path, mode);
   };
   EXPECT_EQ(CreateSnapshot(box_.file("DAILY.GCF").c_str(), box_.dir().c_str(), "x", 0, 0), 0u);
-  ResetSys();
+  box_.RestoreSeam();
   EXPECT_FALSE(FileExists(Index(0)));
 }
 

@@ -62,7 +62,7 @@ TEST(UniqueName, FullCounterFails) {
   char name[MAX_PATH] = "untouched";
   EXPECT_EQ(MakeUniqueFileName(box.dir().c_str(), "BASE", "BCF", name), 0);
   EXPECT_STREQ(name, "untouched");
-  ResetSys();
+  box.RestoreSeam();
   Sys().CreateDirectoryA = NoFolderCanBeMade;
   EXPECT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 0);
 }

@@ -69,6 +69,11 @@ EngineSandbox::~EngineSandbox() {
   SetCurrentDirectoryA(cwd_);
 }
 
+void EngineSandbox::RestoreSeam() {
+  orvalis::ResetSys();
+  orvalis::Sys().GetModuleFileNameA = SandboxModuleFileName;
+}
+
 void EngineSandbox::SetHklmString(const char* key, const char* value, const char* data) {
   HKEY k;
   if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr) != ERROR_SUCCESS)

@@ -32,6 +32,10 @@ class EngineSandbox {
   // The key that HKEY_LOCAL_MACHINE stands for during the test (under HKEY_CURRENT_USER).
   const std::string& hklmKey() const { return hklm_; }
 
+  // Puts the real calls back into the seam, except the module path that stays the sandbox's.
+  // Tests use this instead of orvalis::ResetSys().
+  void RestoreSeam();
+
   // Helpers on the redirected HKEY_LOCAL_MACHINE.
   void SetHklmString(const char* key, const char* value, const char* data);
   // Copies a file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.

@@ -1,0 +1,5 @@
+if(WIN32)
+  add_executable(dirscan_bench dirscan_bench.cpp)
+  target_link_libraries(dirscan_bench PRIVATE halvern_engine)
+  set_target_properties(dirscan_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+endif()
