@@ -308,6 +308,17 @@ TEST_F(DirSnapshots, Documents) {
   EXPECT_EQ(listing.find("flag=\"F\""), std::string::npos);
 }
 
+TEST_F(DirSnapshots, FiltersOfTheConfigurationFileApply) {
+  const std::string out = box_.file("d.xml");
+  WriteWholeFile(root_ + "\\top.txt", "changed size");
+  WriteWholeFile(root_ + "\\a\\one.dll", "changed size too");
+  WritePrivateProfileStringA("EXC_FILTER", "1", "*.txt", box_.file("ORVALIS.CFG").c_str());
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 1), 0u);
+  const std::string doc = ReadWholeFile(out);
+  EXPECT_EQ(doc.find("top.txt"), std::string::npos);
+  EXPECT_NE(doc.find("<FNAME><![CDATA[one.dll]]></FNAME><CHGFLAG flag=\"F\"/>"), std::string::npos);
+}
+
 TEST_F(DirSnapshots, ResultCodes) {
   const std::string out = box_.file("d.xml");
   EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out.c_str(), 1), 87u);
