@@ -102,21 +102,18 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
 
   // The registry, registry backup and asset stages take their places here, in this order.
 
+  // A failed stage: its line in the log, the partial snapshot gone, result 0. The wait cursor
+  // stays up on this path, as it always has.
+  auto failed = [&](const char* line) {
+    WriteLog(line);
+    DiscardPartialSnapshot(rec, f);
+    FreeProfile(profile);
+    return 0u;
+  };
   WriteLog("Writing base dir info");
-  if (WriteDirInfoSection(f, profile, rec) != 0) {
-    WriteLog("Failed to write dir info");
-    DiscardPartialSnapshot(rec, f);
-    FreeProfile(profile);
-    return 0;
-  }
+  if (WriteDirInfoSection(f, profile, rec) != 0) return failed("Failed to write dir info");
   WriteLog("Writing base sys file info");
-  if (WriteFileInfo(f, profile, rec) != 0) {
-    WriteLog("Failed to write sys file info");
-    // The wait cursor stays up on this path, as it always has.
-    DiscardPartialSnapshot(rec, f);
-    FreeProfile(profile);
-    return 0;
-  }
+  if (WriteFileInfo(f, profile, rec) != 0) return failed("Failed to write sys file info");
   std::fclose(f);
   FreeSnapshotRecord(rec);
   FreeProfile(profile);

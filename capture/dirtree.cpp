@@ -326,14 +326,7 @@ FILE* OpenListing(const char* listing, int compressed, char* root, char* tmp) {
   tmp[0] = '\0';
   const char* source = listing;
   if (compressed) {
-    char folder[MAX_PATH];
-    CopyText(folder, listing, sizeof folder);
-    char* slash = FindLastChar(folder, '\\');
-    if (slash)
-      slash[1] = '\0';
-    else
-      folder[0] = '\0';
-    if (std::snprintf(tmp, MAX_PATH, "%sDIRTEMP1.TMP", folder) >= MAX_PATH) return nullptr;
+    if (!SiblingPath(tmp, MAX_PATH, listing, "DIRTEMP1.TMP")) return nullptr;
     if (ExpandFile(tmp, listing) != 0) return nullptr;
     source = tmp;
   }
@@ -480,14 +473,7 @@ int WriteDirListing(const char* target, const DirNode* tree, int compress, uint3
   char tmp[MAX_PATH];
   const char* out = target;
   if (compress) {
-    char folder[MAX_PATH];
-    CopyText(folder, target, sizeof folder);
-    char* slash = FindLastChar(folder, '\\');
-    if (slash)
-      slash[1] = '\0';
-    else
-      folder[0] = '\0';
-    if (std::snprintf(tmp, sizeof tmp, "%sDIRTEMP.TMP", folder) >= MAX_PATH) return 0;
+    if (!SiblingPath(tmp, sizeof tmp, target, "DIRTEMP.TMP")) return 0;
     out = tmp;
   }
   FILE* f = Sys().fopen(out, "wt");

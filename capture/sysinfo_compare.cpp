@@ -34,23 +34,18 @@ bool SameValue(const SysInfoItem* a, const SysInfoItem* b) {
   return a->value == b->value;
 }
 
-SysInfoChange* AppendSysChange(SysCompareResult* r) {
-  auto* c = static_cast<SysInfoChange*>(Sys().calloc(1, sizeof(SysInfoChange)));
+// A zero-filled node appended at the tail of a change list; null when out of memory.
+template <typename T>
+T* AppendNode(T** head) {
+  auto* c = static_cast<T*>(Sys().calloc(1, sizeof(T)));
   if (!c) return nullptr;
-  SysInfoChange** tail = &r->sysInfo;
-  while (*tail) tail = &(*tail)->next;
-  *tail = c;
+  while (*head) head = &(*head)->next;
+  *head = c;
   return c;
 }
 
-DriveChange* AppendDriveChange(SysCompareResult* r) {
-  auto* c = static_cast<DriveChange*>(Sys().calloc(1, sizeof(DriveChange)));
-  if (!c) return nullptr;
-  DriveChange** tail = &r->drives;
-  while (*tail) tail = &(*tail)->next;
-  *tail = c;
-  return c;
-}
+SysInfoChange* AppendSysChange(SysCompareResult* r) { return AppendNode(&r->sysInfo); }
+DriveChange* AppendDriveChange(SysCompareResult* r) { return AppendNode(&r->drives); }
 
 // The n-th TAB-separated column of text into out (bounded); "" when absent.
 void Column(const char* text, int n, char* out, size_t cap) {

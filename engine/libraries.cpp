@@ -13,13 +13,9 @@ HMODULE LoadCompanion(const char* file) {
   DWORD n = Sys().GetModuleFileNameA(State().instance, path, MAX_PATH);
   if (n >= MAX_PATH) n = MAX_PATH - 1;
   path[n] = '\0';
-  char* slash = FindLastChar(path, '\\');
-  if (slash)
-    slash[1] = '\0';
-  else
-    path[0] = '\0';
-  AppendText(path, file, sizeof path);
-  return Sys().LoadLibraryA(path);
+  char library[MAX_PATH];
+  if (!SiblingPath(library, sizeof library, path, file)) return nullptr;
+  return Sys().LoadLibraryA(library);
 }
 
 }  // namespace

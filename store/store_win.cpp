@@ -77,12 +77,7 @@ int LoadSnapshot(const char* path, SnapshotRecord* rec) {
 }
 
 bool CompanionFolder(const char* indexPath, char* out) {
-  char folder[MAX_PATH];
-  CopyText(folder, indexPath, sizeof folder);
-  char* slash = FindLastChar(folder, '\\');
-  if (!slash) return false;
-  slash[1] = '\0';
-  return std::snprintf(out, MAX_PATH, "%s%s", folder, "NIMBRA\\") < MAX_PATH;
+  return FindLastChar(indexPath, '\\') && SiblingPath(out, MAX_PATH, indexPath, "NIMBRA\\");
 }
 
 int RemoveFolderTree(const char* folder) {
@@ -158,41 +153,50 @@ void DeleteSnapshotCompanions(SnapshotRecord* rec) {
   }
 }
 
-bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out) {
+namespace {
+
+// Reads one kind of record list of an index file and finds the entry whose key equals `name`
+// (without regard to case); take(entry, companion path) collects what the caller needs. False
+// when the file cannot be read or holds no such record.
+template <typename Entry, typename Read, typename Head, typename Key, typename Take>
+bool FindRecord(const char* indexPath, const char* name, Read read, Head head, Key key, Take take) {
   int version = 0;
   char description[MAX_PATH];
-  if (ReadSnapshotHead(indexPath, &version, description) != 0) return false;
-  SnapshotRecord rec{};
-  ReadFileInfoSection(indexPath, &rec, version);
-  bool found = false;
   char folder[MAX_PATH];
-  if (CompanionFolder(indexPath, folder)) {
-    for (const SnapFileEntry* e = rec.files; e && !found; e = e->next)
-      if (EqualNoCase(e->path, filePath)) found = JoinPath(out, MAX_PATH, folder, e->companion);
+  if (ReadSnapshotHead(indexPath, &version, description) != 0 || !CompanionFolder(indexPath, folder)) return false;
+  SnapshotRecord rec{};
+  read(indexPath, &rec, version);
+  bool found = false;
+  for (const Entry* e = head(rec); e && !found; e = e->next) {
+    char companion[MAX_PATH];
+    if (EqualNoCase(key(*e), name) && JoinPath(companion, sizeof companion, folder, e->companion)) {
+      take(*e, companion);
+      found = true;
+    }
   }
   ClearSnapshotRecord(&rec);
   return found;
 }
 
+}  // namespace
+
+bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out) {
+  return FindRecord<SnapFileEntry>(
+      indexPath, filePath, ReadFileInfoSection, [](const SnapshotRecord& r) { return r.files; },
+      [](const SnapFileEntry& e) { return e.path; },
+      [&](const SnapFileEntry&, const char* companion) { CopyText(out, companion, MAX_PATH); });
+}
+
 bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
                        uint32_t* crc) {
-  int version = 0;
-  char description[MAX_PATH];
-  if (ReadSnapshotHead(indexPath, &version, description) != 0) return false;
-  SnapshotRecord rec{};
-  ReadDirInfoSection(indexPath, &rec, version);
-  bool found = false;
-  char folder[MAX_PATH];
-  if (CompanionFolder(indexPath, folder)) {
-    for (const SnapGroupEntry* e = rec.dirs; e && !found; e = e->next)
-      if (EqualNoCase(e->name, directory)) {
-        found = JoinPath(listing, MAX_PATH, folder, e->companion);
-        *compressed = e->first;
-        *crc = e->second;
-      }
-  }
-  ClearSnapshotRecord(&rec);
-  return found;
+  return FindRecord<SnapGroupEntry>(
+      indexPath, directory, ReadDirInfoSection, [](const SnapshotRecord& r) { return r.dirs; },
+      [](const SnapGroupEntry& e) { return e.name; },
+      [&](const SnapGroupEntry& e, const char* companion) {
+        CopyText(listing, companion, MAX_PATH);
+        *compressed = e.first;
+        *crc = e.second;
+      });
 }
 
 int DeleteSnapshotFiles(SnapshotRecord* rec) {

@@ -107,4 +107,11 @@ bool JoinPath(char* out, size_t cap, const char* folder, const char* name) {
   int n = std::snprintf(out, cap, "%s%s%s", folder, sep ? "\\" : "", name);
   return n >= 0 && static_cast<size_t>(n) < cap;
 }
+
+bool SiblingPath(char* out, size_t cap, const char* path, const char* name) {
+  const char* slash = FindLastChar(path, '\\');
+  const int folderLength = slash ? static_cast<int>(slash - path + 1) : 0;
+  int n = std::snprintf(out, cap, "%.*s%s", folderLength, path, name);
+  return n >= 0 && static_cast<size_t>(n) < cap;
+}
 }  // namespace orvalis

@@ -41,4 +41,7 @@ namespace orvalis {
 // folder + "\" (only when folder is non-empty and does not already end in one) + name,
 // bounded by cap. Returns false (and leaves a cut result) when it did not fit.
 bool JoinPath(char* out, size_t cap, const char* folder, const char* name);
+// The folder of path, up to and including its last backslash ("" when it has none), followed by
+// name: the path of a file beside another. False when it did not fit in cap.
+bool SiblingPath(char* out, size_t cap, const char* path, const char* name);
 }  // namespace orvalis
