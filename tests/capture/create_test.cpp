@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "capture/create.h"
+#include "capture/sysfiles.h"
 #include "engine/files.h"
 #include "engine/settings.h"
 #include "engine/sys.h"
@@ -247,6 +248,34 @@ TEST(CreationFormat, ACommaInASystemFilePathDoesNotReadBack) {
   ASSERT_NE(rec->files, nullptr);
   EXPECT_EQ(std::string(rec->files->path), file.substr(0, file.find(',')));
   FreeSnapshotRecord(rec);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(SystemFileTokens, OnlyWindowsAndSystemAreKnown) {
+  EngineSandbox box;
+  char windows[MAX_PATH], system[MAX_PATH];
+  GetWindowsDirectoryA(windows, MAX_PATH);
+  GetSystemDirectoryA(system, MAX_PATH);
+  struct Row {
+    const char* in;
+    int rc;
+    std::string out;
+  } rows[] = {{"<windows>\\WIN.INI", 1, std::string(windows) + "\\WIN.INI"},
+              {"<WINDOWS>\\SYSTEM.INI", 1, std::string(windows) + "\\SYSTEM.INI"},
+              {"<System>\\drivers\\etc\\hosts", 1, std::string(system) + "\\drivers\\etc\\hosts"},
+              {"<temp>\\X.INI", 0, ""},
+              {"<windows\\no-close", 0, ""},
+              {"<windows><system>\\x", 0, ""}};  // the token runs to the last ">"
+  for (const Row& r : rows) {
+    char out[MAX_PATH] = "";
+    EXPECT_EQ(ResolvePathToken(r.in, out), r.rc) << r.in;
+    if (r.rc) {
+      EXPECT_EQ(std::string(out), r.out);
+    }
+  }
 }
 
 }  // namespace
