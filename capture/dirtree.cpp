@@ -400,35 +400,35 @@ void WriteLevel(FILE* f, const DirNode* dir) {
 
 // ---- Filters ----------------------------------------------------------------------------------
 
-struct FilterSpec {
+struct FileFilter {
   char name[256];
   char ext[256];
 };
 
 struct DirFilters {
-  std::vector<FilterSpec> includeByExt, includeByName, excludeByExt, excludeByName;
+  std::vector<FileFilter> includeByExt, includeByName, excludeByExt, excludeByName;
 };
 
 namespace {
 
-void LoadSection(const char* file, const char* section, std::vector<FilterSpec>& byExt, std::vector<FilterSpec>& byName) {
+void LoadSection(const char* file, const char* section, std::vector<FileFilter>& byExt, std::vector<FileFilter>& byName) {
   char keys[2048];
   DWORD n = Sys().GetPrivateProfileStringA(section, nullptr, "", keys, sizeof keys, file);
   for (const char* k = keys; k < keys + n && *k; k += std::strlen(k) + 1) {
     char value[MAX_PATH];
     Sys().GetPrivateProfileStringA(section, k, "", value, sizeof value, file);
     if (!value[0]) continue;
-    FilterSpec spec{};
-    SplitFileName(value, spec.name, sizeof spec.name, spec.ext, sizeof spec.ext);
-    (spec.name[0] == '*' ? byExt : byName).push_back(spec);
+    FileFilter rule{};
+    SplitFileName(value, rule.name, sizeof rule.name, rule.ext, sizeof rule.ext);
+    (rule.name[0] == '*' ? byExt : byName).push_back(rule);
   }
 }
 
-bool Matches(const std::vector<FilterSpec>& byExt, const std::vector<FilterSpec>& byName, const char* name,
+bool Matches(const std::vector<FileFilter>& byExt, const std::vector<FileFilter>& byName, const char* name,
              const char* ext) {
-  for (const FilterSpec& s : byExt)
+  for (const FileFilter& s : byExt)
     if (EqualNoCase(s.ext, ext)) return true;
-  for (const FilterSpec& s : byName)
+  for (const FileFilter& s : byName)
     if (EqualNoCase(s.name, name) && EqualNoCase(s.ext, ext)) return true;
   return false;
 }
