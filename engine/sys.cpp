@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "compare/filecompare.h"
+
 namespace orvalis {
 namespace {
 
@@ -67,9 +69,21 @@ SysApi RealApi() {
 
 SysApi g_sys = RealApi();
 
+// The portable file comparer has its own two fallible calls; in the engine they go through this
+// seam too, so one table makes any allocation or open of an operation fail.
+void RouteComparerThroughSeam() {
+  CompareSys().calloc = [](size_t n, size_t size) { return g_sys.calloc(n, size); };
+  CompareSys().fopen = [](const char* path, const char* mode) { return g_sys.fopen(path, mode); };
+}
+
+const bool g_routed = (RouteComparerThroughSeam(), true);
+
 }  // namespace
 
 SysApi& Sys() { return g_sys; }
-void ResetSys() { g_sys = RealApi(); }
+void ResetSys() {
+  g_sys = RealApi();
+  RouteComparerThroughSeam();
+}
 
 }  // namespace orvalis

@@ -19,7 +19,7 @@ prefix=$root/build/$preset/mainprefix
 rm -rf "$product"
 mkdir -p "$product/NIMBRA"
 cp build/$preset/bin/HALVERN.DLL build/$preset/bin/TAMBRELL.DLL build/$preset/bin/DEUOV32.DLL \
-   build/$preset/bin/orvalis.exe samples/SAMPLE.GCF "$product/"
+   build/$preset/bin/orvalis.exe build/$preset/bin/*.dtd samples/SAMPLE.GCF "$product/"
 for dll in MARLOW CORVID; do
   [ -f build/$preset/bin/$dll.DLL ] && cp build/$preset/bin/$dll.DLL "$product/"
 done
@@ -58,5 +58,9 @@ run diff file BASE0000.BCF - --item 'C:\OrvalisSample\readme.txt' --out "$(winpa
 run diff dir BASE0000.BCF BASE0001.BCF --item 'C:\OrvalisSample' --out "$(winpath "$out/dir.xml")" || true
 run report BASE0000.BCF BASE0001.BCF "$(winpath "$out/ORVALIS.LOG")" || true
 for f in "$out"/*; do echo; echo "== $(basename "$f")"; tr -d '\r' <"$f"; done
+echo; echo "== the documents against their type definitions"
+for f in "$out"/*.xml; do
+  xmllint --noout --valid --path "$product" "$f" && echo "valid: $(basename "$f")"
+done
 echo; echo "== halvern.log"; tr -d '\r' <"$product/halvern.log" 2>/dev/null || true
 "$(command -v wineserver || echo /usr/lib/wine/wineserver64)" -k 2>/dev/null || true

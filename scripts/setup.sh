@@ -9,7 +9,7 @@ apt_install() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y --no-ins
 need=()
 for p in cmake ninja-build g++ clang libclang-rt-14-dev googletest \
          g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix binutils-mingw-w64-i686 \
-         binutils-mingw-w64-x86-64 wine64 xvfb xdotool imagemagick flock; do
+         binutils-mingw-w64-x86-64 wine64 xvfb xdotool imagemagick libxml2-utils flock; do
   [ "$p" = flock ] && continue
   dpkg -s "$p" >/dev/null 2>&1 || need+=("$p")
 done
