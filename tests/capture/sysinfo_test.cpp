@@ -192,16 +192,6 @@ TEST(Drives, TableAndSectionFromTheDriveCalls) {
   ClearSnapshotRecord(&rec);
 }
 
-TEST(Drives, RealMachineHasItsFixedDrives) {
-  EngineSandbox box;
-  SnapshotRecord rec{};
-  CollectDrives(&rec);
-  ASSERT_NE(rec.drives, nullptr);
-  EXPECT_EQ(rec.drives[2].type, static_cast<uint32_t>(DRIVE_FIXED));  // Wine's C:
-  EXPECT_GT(rec.drives[2].totalKB, 0u);
-  ClearSnapshotRecord(&rec);
-}
-
 SysInfoItem* Item(uint16_t n, int32_t v, const char* text = nullptr) {
   auto* i = static_cast<SysInfoItem*>(calloc(1, sizeof(SysInfoItem)));
   i->item = n;
