@@ -56,8 +56,9 @@ class Decoder {
     nb_ -= 16;
     if (k < 4 || k > 6) return kExplodeBadDictionary;
     int rc = mode ? Tokens<true>(k) : Tokens<false>(k);
-    // Whatever was decoded goes out, also when the stream turned out bad.
-    if (!Flush() && rc == kExplodeOk) rc = kExplodeWriteError;
+    // Whatever was decoded goes out, also when the stream turned out bad. After a refused
+    // write nothing more is handed over: the callback may have taken part of those bytes.
+    if (rc != kExplodeWriteError && !Flush() && rc == kExplodeOk) rc = kExplodeWriteError;
     return rc;
   }
 
