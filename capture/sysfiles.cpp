@@ -48,9 +48,9 @@ int WriteFileInfo(FILE* f, const Profile* profile, SnapshotRecord* rec) {
     MakeUniqueFileName(folder, prefix, "BSE", e->companion);
     // A failed name leaves the folder itself as the target, so the copy fails below.
     char target[MAX_PATH];
-    std::snprintf(target, sizeof target, "%s%s", folder, e->companion);
-    if (!Sys().CopyFileA(source, target, FALSE)) {
-      if (e->companion[0]) Sys().DeleteFileA(target);
+    const bool fits = std::snprintf(target, sizeof target, "%s%s", folder, e->companion) < MAX_PATH;
+    if (!fits || !Sys().CopyFileA(source, target, FALSE)) {
+      if (fits && e->companion[0]) Sys().DeleteFileA(target);
       continue;
     }
     e->time = PathDosTime(source);

@@ -332,7 +332,8 @@ int CmdTick(const Args& a) {
   unsigned long rc = Entry<Str1>("_CreateScheduledSnapshotFromDefaultProfile")(a.Get("--description") ? a.Get("--description") : "Scheduled snapshot");
   if (rc != 0) return Finish(rc);
   // Keep the newest MaxScheduleSnapshots scheduled snapshots: the list document gives the
-  // files in name order, which is creation order for the engine's counter names.
+  // files in name order, which is creation order for the engine's counter names. It carries no
+  // flags, so these are read off the index files' FLAGS sections.
   std::string out = TempFile("orvalis-tick.xml");
   char dir[MAX_PATH];
   GetTempPathA(MAX_PATH, dir);

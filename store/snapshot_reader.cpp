@@ -109,7 +109,9 @@ int ReadSnapshotHead(const char* path, int* version, char* description) {
   *version = 0;
   if (std::strstr(line, "FormatVersion")) {
     const char* eq = std::strchr(line, '=');
-    *version = eq ? std::atoi(eq + 1) : 0;
+    // A number past the int range is read as the largest version: any version above 6 reads as 6.
+    const long v = eq ? std::strtol(eq + 1, nullptr, 10) : 0;
+    *version = v > 1000000 ? 1000000 : v < -1000000 ? -1000000 : static_cast<int>(v);
     if (!ReadTextLine(line, kLongLine, f.get())) return -1;
   }
   CopyText(description, line, kMaxPath);

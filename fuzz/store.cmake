@@ -1,0 +1,13 @@
+# libFuzzer target of the snapshot index reader (and the date text of what it reads).
+add_executable(store_snapshot_fuzzer ${CMAKE_CURRENT_LIST_DIR}/store_snapshot_fuzzer.cpp
+  ${CMAKE_SOURCE_DIR}/store/snapshot.cpp ${CMAKE_SOURCE_DIR}/store/snapshot_reader.cpp
+  ${CMAKE_SOURCE_DIR}/store/textutil.cpp ${CMAKE_SOURCE_DIR}/store/datetext.cpp)
+target_include_directories(store_snapshot_fuzzer PRIVATE ${CMAKE_SOURCE_DIR})
+target_compile_options(store_snapshot_fuzzer PRIVATE ${ORVALIS_WARNINGS} -g -fsanitize=fuzzer,address,undefined
+                       -fno-sanitize-recover=all)
+target_link_options(store_snapshot_fuzzer PRIVATE -fsanitize=fuzzer,address,undefined)
+set(scratch ${CMAKE_CURRENT_BINARY_DIR}/scratch-corpus/store_snapshot_fuzzer)
+add_test(NAME store_snapshot_fuzzer
+         COMMAND sh -c "rm -rf ${scratch} && mkdir -p ${scratch} && cp ${CMAKE_CURRENT_LIST_DIR}/corpus/snapshot/* ${scratch}/ && \
+$<TARGET_FILE:store_snapshot_fuzzer> -max_total_time=20 -max_len=8192 -timeout=10 ${scratch}")
+set_tests_properties(store_snapshot_fuzzer PROPERTIES TIMEOUT 120)

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# orvalis.exe as a user runs it: a product folder with the engine, under Wine.
+#   cli_test.sh WINE_RUN PREFIX BIN_DIR WORK_DIR
+set -u
+run=$1 prefix=$2 bin=$3 work=$4
+rm -rf "$work"; mkdir -p "$work/product/NIMBRA" "$work/watched"
+cp "$bin"/HALVERN.DLL "$bin"/TAMBRELL.DLL "$bin"/orvalis.exe "$work/product/"
+win() { echo "Z:$1" | tr '/' '\\'; }
+printf '[s]\r\nk=1\r\n' >"$work/watched/app.ini"
+printf 'Test profile\n[GROUPFILES_START]\n%s\n[GROUPFILES_END]\n[GROUPDIRS_START]\n%s\n[GROUPDIRS_END]\n' \
+  "$(win "$work/watched/app.ini")" "$(win "$work/watched")" >"$work/product/TEST.GCF"
+
+fails=0
+check() {  # check NAME EXPECTED_STATUS COMMAND... ; output in $out
+  # The exit status is the engine's result code; a Unix parent sees its low 8 bits.
+  local name=$1 want=$(( $2 & 255 )); shift 2
+  "$run" "$prefix" "$work/product/orvalis.exe" "$@" >"$work/out.txt" 2>&1; local got=$?
+  out=$(tr -d '\r' <"$work/out.txt")
+  if [ "$got" != "$want" ]; then echo "FAIL $name: status $got, wanted $want"; echo "$out"; fails=$((fails + 1)); fi
+}
+expect() {  # expect NAME PATTERN (grep -E on the last output)
+  if ! grep -q -E "$2" <<<"$out"; then echo "FAIL $1: no '$2' in:"; echo "$out"; fails=$((fails + 1)); fi
+}
+
+check "usage" 0 --help;                     expect "usage" "orvalis tick"
+check "unknown command" 87 frobnicate;      expect "unknown command" "unknown command 'frobnicate'"
+for c in settings snapshot profiles snapshots rename delete export import info report diff restore tick; do
+  check "help $c" 0 $c --help;              expect "help $c" "^usage: orvalis $c"
+done
+check "settings" 0 settings --max 2 --interval 5; expect "settings" "MaxScheduleSnapshots  2"
+check "profiles" 0 profiles;                expect "profiles" "TEST.GCF +Test profile"
+check "snapshot" 0 snapshot --description "first"
+check "list" 0 snapshots;                   expect "list" "BASE0000.BCF .* first"
+for i in 1 2 3; do check "tick $i" 0 tick; done
+expect "tick deletes the oldest" "deleting old scheduled snapshot BASE0001.BCF"
+check "list after ticks" 0 snapshots
+expect "manual snapshot kept" "BASE0000.BCF"
+expect "two scheduled kept" "BASE0002.BCF"
+expect "newest kept" "BASE0003.BCF"
+if grep -q "BASE0001.BCF" <<<"$out"; then echo "FAIL: BASE0001.BCF should be gone"; fails=$((fails + 1)); fi
+printf '[s]\r\nk=2\r\n' >"$work/watched/app.ini"
+check "file diff" 0 diff file BASE0000.BCF - --item "$(win "$work/watched/app.ini")" --out "$(win "$work/d.xml")" --live
+grep -q 'k=2</LINE>      <CHGFLAG flag="T"/>' "$work/d.xml" || { echo "FAIL: file diff document"; fails=$((fails + 1)); }
+check "dir diff" 0 diff dir BASE0000.BCF - --item "$(win "$work/watched")" --out "$(win "$work/dd.xml")" --live
+grep -q 'app.ini]]></FNAME><CHGFLAG flag="T"/>' "$work/dd.xml" || { echo "FAIL: dir diff document"; fails=$((fails + 1)); }
+check "missing item" 87 diff file BASE0000.BCF - --item 'C:\nothing.ini' --out "$(win "$work/x.xml")" --live
+expect "missing item" "error 87: invalid parameter"
+check "rename" 0 rename BASE0000.BCF "renamed"
+check "list renamed" 0 snapshots;           expect "list renamed" "BASE0000.BCF .* renamed"
+check "delete" 0 delete BASE0000.BCF
+check "delete again" 4294967295 delete BASE0000.BCF
+check "not built yet" 120 report BASE0002.BCF BASE0003.BCF "$(win "$work/r.log")"
+expect "not built yet" "not available in this build"
+
+rm -rf "$work"
+if [ $fails -eq 0 ]; then echo "orvalis.exe: all checks passed"; else echo "$fails checks failed"; fi
+exit $((fails > 0))
