@@ -10,53 +10,54 @@
 
 namespace orvalis_test {
 
-// A compared item that frees its results.
+using V = std::vector<std::string>;
+
+// Both copies written to a scratch folder and compared as the file `path`, whose extension
+// picks the INI or the line comparison. The results are freed with the object.
 struct Compared {
-  orvalis::FileCompareItem item{};
-  int result = -1;
+  Compared(const char* path, const std::string& older, const std::string& newer, unsigned flags = 0xC2) {
+    WriteWholeFile(dir.file("older"), older);
+    WriteWholeFile(dir.file("newer"), newer);
+    item.flags = static_cast<uint16_t>(flags);
+    orvalis::CopyText(item.path, path, sizeof item.path);
+    orvalis::CopyText(item.olderCopy, dir.file("older").c_str(), sizeof item.olderCopy);
+    orvalis::CopyText(item.newerCopy, dir.file("newer").c_str(), sizeof item.newerCopy);
+    result = orvalis::CompareSystemFile(&item);
+  }
   ~Compared() {
     orvalis::FreeLineChanges(item.lines);
     orvalis::FreeIniSections(item.sections);
   }
-};
-
-// Writes both copies in dir and compares them as the file `path` (whose extension picks
-// the INI or the line comparison).
-inline void CompareCopies(Compared& c, const ScratchDir& dir, const char* path, const std::string& older,
-                          const std::string& newer, unsigned flags = 0xC2) {
-  WriteWholeFile(dir.file("older"), older);
-  WriteWholeFile(dir.file("newer"), newer);
-  c.item.flags = static_cast<uint16_t>(flags);
-  orvalis::CopyText(c.item.path, path, sizeof c.item.path);
-  orvalis::CopyText(c.item.olderCopy, dir.file("older").c_str(), sizeof c.item.olderCopy);
-  orvalis::CopyText(c.item.newerCopy, dir.file("newer").c_str(), sizeof c.item.newerCopy);
-  c.result = orvalis::CompareSystemFile(&c.item);
-}
-
-// "kind number text" per record.
-inline std::vector<std::string> RenderLines(const orvalis::LineChange* l) {
-  std::vector<std::string> out;
-  for (; l; l = l->next) out.push_back(std::to_string(l->kind) + " " + std::to_string(l->lineNumber) + " " + l->text);
-  return out;
-}
-
-// "flags name" per section, "  flags key|value" per entry, "    flags +text" per continuation.
-inline std::vector<std::string> RenderIni(const orvalis::IniSection* s) {
-  std::vector<std::string> out;
-  char buf[700];
-  for (; s; s = s->next) {
-    std::snprintf(buf, sizeof buf, "%x %s", s->flags, s->name);
-    out.push_back(buf);
-    for (const orvalis::IniEntry* e = s->entries; e; e = e->next) {
-      std::snprintf(buf, sizeof buf, "  %x %s|%s", e->flags, e->key, e->value);
+  bool differs() const { return item.flags & orvalis::kFileDiffers; }
+  // "kind number text" per record.
+  V lines() const {
+    V out;
+    for (auto* l = item.lines; l; l = l->next)
+      out.push_back(std::to_string(l->kind) + " " + std::to_string(l->lineNumber) + " " + l->text);
+    return out;
+  }
+  // "flags name" per section, "  flags key|value" per entry, "    flags +text" per continuation.
+  V ini() const {
+    V out;
+    auto add = [&out](const char* format, auto... args) {
+      char buf[700];
+      std::snprintf(buf, sizeof buf, format, args...);
       out.push_back(buf);
-      for (const orvalis::IniContinuation* k = e->continuation; k; k = k->next) {
-        std::snprintf(buf, sizeof buf, "    %x +%s%s", k->flags, k->text, k->owner == e ? "" : " (bad owner)");
-        out.push_back(buf);
+    };
+    for (auto* s = item.sections; s; s = s->next) {
+      add("%x %s", s->flags, s->name);
+      for (auto* e = s->entries; e; e = e->next) {
+        add("  %x %s|%s", e->flags, e->key, e->value);
+        for (auto* k = e->continuation; k; k = k->next)
+          add("    %x +%s%s", k->flags, k->text, k->owner == e ? "" : " (bad owner)");
       }
     }
+    return out;
   }
-  return out;
-}
+
+  ScratchDir dir;
+  orvalis::FileCompareItem item{};
+  int result;
+};
 
 }  // namespace orvalis_test

@@ -2,251 +2,172 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "tests/compare/compare_helpers.h"
 
 using namespace orvalis;
 using namespace orvalis_test;
-using V = std::vector<std::string>;
 
 namespace {
 
-struct WalkCase {
-  const char* name;
-  std::string older, newer;
-  V expected;
-  int differs;
-};
-
+// Leading blanks and blank lines of the newer copy do not count; a blank line of the older
+// copy is shown. A physical line of more than 255 characters is read, numbered and compared
+// in pieces.
 TEST(CompareTextLines, Walk) {
   const std::string x255(255, 'x');
-  const WalkCase cases[] = {
-      {"identical", "a\nb\n", "a\nb\n", {"6 1 a", "6 2 b"}, 0},
-      {"leading blanks ignored", "  a\n\tb\n", "a\n  b\n", {"6 1   a", "6 2 \tb"}, 0},
-      {"inserted line", "a\nb\nc\n", "a\nX\nb\nc\n", {"6 1 a", "1 -1 X", "6 2 b", "6 3 c"}, 1},
-      {"removed line", "a\nX\nb\n", "a\nb\n", {"6 1 a", "2 2 X", "6 3 b"}, 1},
-      {"older blank shown, newer blank skipped", "a\n\nb\n", "a\nb\n", {"6 1 a", "6 2 ", "6 3 b"}, 0},
-      {"newer blank skipped", "a\nb\n", "a\n\nb\n", {"6 1 a", "6 2 b"}, 0},
-      {"newer tail, blanks too", "a\n", "a\n\nz\n", {"6 1 a", "1 -1 ", "1 -1 z"}, 1},
-      {"older tail", "a\nq\n\n", "a\n", {"6 1 a", "2 2 q", "2 3 "}, 1},
-      {"unrelated lines", "a\nfoo\nb\n", "a\nbar\nb\n", {"6 1 a", "2 2 foo", "1 -1 bar", "6 3 b"}, 1},
-      {"changed line", "a\nvalue=1\nb\n", "a\nnew value=1\nb\n",
-       {"6 1 a", "4 2 value=1", "5 -1 new value=1", "6 3 b"}, 1},
-      {"long line read in 255-byte pieces", x255 + "xyz\nend\n", x255 + "xyz\nend\n",
-       {"6 1 " + x255, "6 2 xyz", "6 3 end"}, 0},
+  const struct { const char* name; std::string older, newer; V expected; } cases[] = {
+      {"blanks", "  a\n\nb\n\tc\n", "a\nb\n\n  c\n", {"6 1   a", "6 2 ", "6 3 b", "6 4 \tc"}},
+      {"look-ahead both ways", "a\nX\nb\nc\n", "a\nb\nY\nc\n", {"6 1 a", "2 2 X", "6 3 b", "1 -1 Y", "6 4 c"}},
+      {"look-ahead in the newer copy first", "a\nb\n", "b\na\n", {"1 -1 b", "6 1 a", "2 2 b"}},
+      {"newer tail, blank lines too", "a\n", "a\n\nz\n", {"6 1 a", "1 -1 ", "1 -1 z"}},
+      {"older tail", "a\nq\n\n", "a\n", {"6 1 a", "2 2 q", "2 3 "}},
+      {"long line", x255 + "xyz\nend\n", x255 + "xyz\nend\n", {"6 1 " + x255, "6 2 xyz", "6 3 end"}},
+      // MinGW reads in text mode with CR LF folded to LF; glibc keeps the CR.
+#ifdef _WIN32
+      {"CR LF", "a\r\nb\r\n", "a\nb\n", {"6 1 a", "6 2 b"}},
+#else
+      {"CR LF", "a\r\nb\r\n", "a\nb\n", {"2 1 a\r", "2 2 b\r", "1 -1 a", "1 -1 b"}},
+#endif
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, "C:\\AUTOEXEC.BAT", c.older, c.newer);
+    Compared r("C:\\AUTOEXEC.BAT", c.older, c.newer);
     EXPECT_EQ(r.result, 1);
-    EXPECT_EQ(RenderLines(r.item.lines), c.expected);
-    EXPECT_EQ((r.item.flags & kFileDiffers) != 0, c.differs == 1);
-    EXPECT_EQ(r.item.sections, nullptr);
+    EXPECT_EQ(r.lines(), c.expected);
+    EXPECT_EQ(r.differs(), std::any_of(c.expected.begin(), c.expected.end(), [](auto& l) { return l[0] != '6'; }));
   }
 }
 
 // One-line files that differ: similar lines pair up as a change (4 then 5), others are a
-// removal followed by an addition. Lengths count the line feed.
+// removal and an addition. Lengths count the line feed. From 20 characters on, the older
+// line is cut into two pieces (three from 30 on), the character at each cut left out, and
+// one piece found in the newer line is enough; shorter lines must contain one another.
 TEST(CompareTextLines, Similarity) {
-  const struct {
-    const char* name;
-    std::string older, newer;
-    bool similar;
-  } cases[] = {
-      {"3 chars never similar", "ab\n", "zzab\n", false},
-      {"4 chars, substring", "abc\n", "zzabc\n", true},
-      {"newer shorter, found in older", "xxabc\n", "abc\n", true},
-      {"case matters", "Key\n", "key\n", false},
-      {"trailing blank is a change", "alpha beta\n", "alpha beta \n", false},
+  const std::string l20 = "0123456789ABCDEFGHI\n", l25 = "abcdefghijklmnopqrstuvwx\n",
+                    l29 = "0123456789ABCDEFGHIJKLMNOPQR\n", l30 = "0123456789ABCDEFGHIJKLMNOPQRS\n",
+                    l40 = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabc\n";
+  const struct { const char* name; std::string older, newer; bool similar; } cases[] = {
+      {"3 characters never", "ab\n", "zzab\n", false},
+      {"4 characters, contained", "abc\n", "zzabc\n", true},
+      {"newer shorter, contained in the older", l40, "abc\n", true},
+      {"trailing blank", "alpha beta\n", "alpha beta \n", false},
       {"last line without line feed", "last", "last\n", true},
-      {"25 chars, first 12 agree", "abcdefghijklmnopqrstuvwx\n", "abcdefghijklMNOPQRSTUVWX\n", true},
-      {"24 chars, second piece to the end", "0123456789ABCDEFGHIJKLM\n", "xxxxxxxxxxxxDEFGHIJKLM\n", true},
-      {"24 chars, skipped character", "0123456789ABCDEFGHIJKLM\n", "xxxxxxxxxxxxCDEFGHIJKLy\n", false},
-      {"30 chars, three pieces", "0123456789ABCDEFGHIJKLMNOPQRS\n", "xxxxxxxxxxxxBCDEFGHIJyyyyyy\n", true},
-      {"33 chars, middle piece", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxCDEFGHIJKLyyyyyyyy\n", true},
-      {"33 chars, middle piece shifted", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxDEFGHIJKLMyyyyyyyy\n", false},
-      {"33 chars, last piece", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "xxxxxxxxxxxxxxxxxxxxNOPQRSTUV\n", true},
-      {"long older, short newer: substring", "0123456789ABCDEFGHIJKLMNOPQRSTUV\n", "TUV\n", true},
+      {"20: second half", l20, "xxxxxxxxxxxBCDEFGHI\n", true},
+      {"25: first half", l25, "abcdefghijklMNOPQRSTUVWX\n", true},
+      {"25: second half, after the cut", l25, "ABCDEFGHIJKLMnopqrstuvwx\n", true},
+      {"29: two pieces only", l29, "xxxxxABCDEFGHyyyyyyyy\n", false},
+      {"30: three pieces", l30, "xxxxxBCDEFGHIJyyyyyyyy\n", true},
+      {"40: middle third", l40, "xxxxxEFGHIJKLMNOPyyyy\n", true},
+      {"40: middle third shifted", l40, "xxxxxFGHIJKLMNOPQyyyy\n", false},
+      {"40: last third", l40, "xxxxxxxxRSTUVWXYZabc\n", true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, "c:\\config.sys", c.older, c.newer);
+    Compared r("c:\\config.sys", c.older, c.newer);
     std::string o = c.older.substr(0, c.older.find('\n')), n = c.newer.substr(0, c.newer.find('\n'));
-    V expected = c.similar ? V{"4 1 " + o, "5 -1 " + n} : V{"2 1 " + o, "1 -1 " + n};
-    EXPECT_EQ(RenderLines(r.item.lines), expected);
+    EXPECT_EQ(r.lines(), (c.similar ? V{"4 1 " + o, "5 -1 " + n} : V{"2 1 " + o, "1 -1 " + n}));
   }
 }
 
-// The look-ahead reaches 50 lines: a block of 50 inserted lines is recognised, 51 are not
-// (the common line then shows as removed and added again).
+// A block of 50 inserted lines is recognised; with 51 the common line shows as removed and
+// added again.
 TEST(CompareTextLines, LookAheadIsFiftyLines) {
   for (int inserted : {50, 51}) {
     std::string newer;
     for (int i = 0; i < inserted; ++i) newer += "new" + std::to_string(i) + "\n";
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, "c:\\a.txt", "keep\n", newer + "keep\n");
-    V got = RenderLines(r.item.lines);
-    ASSERT_FALSE(got.empty());
-    if (inserted == 50) {
-      EXPECT_EQ(got.size(), 51u);
-      EXPECT_EQ(got.back(), "6 1 keep");
-    } else {
-      EXPECT_EQ(got.size(), 53u);
-      EXPECT_EQ(got.front(), "2 1 keep");
-      EXPECT_EQ(got.back(), "1 -1 keep");
-    }
+    Compared r("c:\\a.txt", "keep\n", newer + "keep\n");
+    V got = r.lines();
+    EXPECT_EQ(got.front(), inserted == 50 ? "1 -1 new0" : "2 1 keep");
+    EXPECT_EQ(got.back(), inserted == 50 ? "6 1 keep" : "1 -1 keep");
   }
 }
 
-// MinGW reads in text mode with CR LF folded to LF; glibc keeps the CR.
-TEST(CompareTextLines, CrLfFollowsTheRuntime) {
-  ScratchDir dir;
-  Compared r;
-  CompareCopies(r, dir, "c:\\a.txt", "a\r\nb\r\n", "a\nb\n");
-#ifdef _WIN32
-  EXPECT_EQ(RenderLines(r.item.lines), (V{"6 1 a", "6 2 b"}));
-#else
-  EXPECT_NE(r.item.flags & kFileDiffers, 0);
-#endif
-}
-
-struct IniCase {
-  const char* name;
-  std::string older, newer;
-  V expected;
-  int differs;
-};
-
 TEST(CompareIniFiles, Merge) {
-  const IniCase cases[] = {
-      {"key case differs, value changed", "[s]\na=1\n", "[S]\nA=2\n", {"1008 [s]", "  14 a=|1", "  8 A=|2"}, 1},
-      {"values compared without case", "[s]\na=abc\n", "[s]\na=ABC\n", {"1000 [s]", "  10 a=|abc"}, 0},
-      {"keys keep '=', values untrimmed, comments and bare lines whole",
-       "[s]\n key = v \n  ;c=1\nbare\n", "[s]\n key = v \n  ;c=1\nbare\n",
+  const struct { const char* name; std::string older, newer; V expected; bool differs; } cases[] = {
+      {"key and section case ignored, value changed", "[s]\na=1\n", "[S]\nA=2\n", {"1008 [s]", "  14 a=|1", "  8 A=|2"}, 1},
+      {"keys keep '=', values untrimmed and compared without case, comments and bare lines whole",
+       "[s]\n key = v \n  ;c=1\nbare\n", "[s]\n key = V \n  ;c=1\nbare\n",
        {"1000 [s]", "  10  key =| v ", "  10   ;c=1|", "  10 bare|"}, 0},
       {"lines before the first section and empty lines ignored", "junk=1\n\n[s]\n\na=1\n", "other\n[s]\na=1\n\n",
        {"1000 [s]", "  10 a=|1"}, 0},
-      {"new section after its predecessor in the newer copy", "[a]\nx=1\n[b]\ny=1\n",
-       "[a]\nx=1\n[n]\nz=1\nw=2\n[b]\ny=1\n",
-       {"1000 [a]", "  10 x=|1", "1002 [n]", "  2 z=|1", "  2 w=|2", "1000 [b]", "  10 y=|1"}, 1},
-      {"new first section at the head", "[a]\nx=1\n", "[n]\nz=1\n[a]\nx=1\n",
-       {"1002 [n]", "  2 z=|1", "1000 [a]", "  10 x=|1"}, 1},
-      {"new entries: at the head, then after prev", "[s]\na=1\nc=3\n", "[s]\nz=0\na=1\nb=2\nc=3\n",
+      {"new sections after their predecessor in the newer copy", "[a]\nx=1\n[b]\ny=1\n",
+       "[h]\n[a]\nx=1\n[n]\nz=1\nw=2\n[b]\ny=1\n",
+       {"1002 [h]", "1000 [a]", "  10 x=|1", "1002 [n]", "  2 z=|1", "  2 w=|2", "1000 [b]", "  10 y=|1"}, 1},
+      {"new entries at the head, then after the one before", "[s]\na=1\nc=3\n", "[s]\nz=0\na=1\nb=2\nc=3\n",
        {"1008 [s]", "  2 z=|0", "  10 a=|1", "  2 b=|2", "  10 c=|3"}, 1},
-      {"removed entry marks its section", "[a]\nx=1\nw=1\n[b]\ny=1\n", "[a]\nx=1\n[b]\ny=2\n",
-       {"1008 [a]", "  10 x=|1", "  1 w=|1", "1008 [b]", "  14 y=|1", "  8 y=|2"}, 1},
-      // The final pass stops at the first marked section: [c] keeps its unclaimed entry
-      // without being marked itself.
-      {"final pass stops at the first marked section", "[a]\nx=1\n[b]\ny=1\n[c]\nz=1\nw=1\n",
-       "[a]\nx=1\n[b]\ny=2\n[c]\nz=1\n",
-       {"1000 [a]", "  10 x=|1", "1008 [b]", "  14 y=|1", "  8 y=|2", "1000 [c]", "  10 z=|1", "  1 w=|1"}, 1},
-      {"continuation lines, all equal", "[s]\np=a\\\nx\n", "[s]\np=a\\\nx\n",
-       {"1000 [s]", "  10 p=|a", "    4000 +x"}, 0},
-      // Inverted on purpose: a differing continuation line counts as a match, values unseen.
-      {"differing continuation matches", "[s]\np=a\\\nx\n", "[s]\np=a\\\ny\n",
-       {"1000 [s]", "  10 p=|a", "    4000 +x"}, 0},
-      {"differing continuation hides a changed value", "[s]\np=a\\\nx\n", "[s]\np=b\\\ny\n",
-       {"1000 [s]", "  10 p=|a", "    4000 +x"}, 0},
-      {"equal continuation, changed value", "[s]\np=a\\\nx\n", "[s]\np=b\\\nx\n",
-       {"1008 [s]", "  14 p=|a", "    4000 +x", "  8 p=|b", "    4000 +x"}, 1},
+      {"removed section alone", "[a]\nx=1\n[b]\ny=1\n", "[a]\nx=1\n", {"1000 [a]", "  10 x=|1", "1001 [b]", "  1 y=|1"}, 1},
+      // Removed entries mark their section in a final pass, which stops at the first section
+      // marked otherwise: [c] keeps its removed entry without being marked itself.
+      {"final pass", "[a]\nx=1\nv=1\n[b]\ny=1\n[c]\nz=1\nw=1\n", "[a]\nx=1\n[b]\ny=2\n[c]\nz=1\n",
+       {"1008 [a]", "  10 x=|1", "  1 v=|1", "1008 [b]", "  14 y=|1", "  8 y=|2", "1000 [c]", "  10 z=|1", "  1 w=|1"}, 1},
+      // Inverted on purpose: with continuation lines, a differing pair counts as a match and
+      // the values are not looked at; an equal pair falls back to the values.
+      {"continuation lines", "[s]\np=a\\\nx\nq=a\\\nx\n", "[s]\np=b\\\ny\nq=b\\\nx\n",
+       {"1008 [s]", "  10 p=|a", "    4000 +x", "  14 q=|a", "    4000 +x", "  8 q=|b", "    4000 +x"}, 1},
       {"only the value's backslashes pull in lines", "[s]\np=a\\\\\nx\\\ny\nq=b\\\nz\\\nr=1\n",
        "[s]\np=a\\\\\nx\\\ny\nq=b\\\nz\\\nr=1\n",
        {"1000 [s]", "  10 p=|a", "    4000 +x\\", "    4000 +y", "  10 q=|b", "    4000 +z\\", "  10 r=|1"}, 0},
-      // "device=" lines: a built-in driver is held against the first entry only, whatever
-      // its key, by file name and extension.
-      {"device: built-in matches the first entry's file name", "[386Enh]\nebios=*ebios\n",
-       "[386Enh]\nebios=*ebios\ndevice=*EBIOS\ny=1\n",
-       {"1008 [386Enh]", "  14 ebios=|*ebios", "  8 device=|*EBIOS", "  2 y=|1"}, 1},
-      {"device: path ignored, file name compared", "[386Enh]\ndevice=c:\\win\\*vmm.386\n",
-       "[386Enh]\ndevice=*VMM.386\n",
-       {"1008 [386Enh]", "  14 device=|c:\\win\\*vmm.386", "  8 device=|*VMM.386"}, 1},
-      {"device: other built-in dropped unseen", "[386Enh]\na=1\n", "[386Enh]\na=1\ndevice=*vmm\n",
-       {"1000 [386Enh]", "  10 a=|1"}, 0},
-      {"device: built-in compared with the first entry only", "[386Enh]\na=1\ndevice=*vmm\n",
-       "[386Enh]\na=1\ndevice=*pagefile\n", {"1008 [386Enh]", "  10 a=|1", "  1 device=|*vmm"}, 1},
-      {"device: not built-in is new", "[386Enh]\na=1\n", "[386Enh]\ndevice=vshare.386\na=1\n",
-       {"1008 [386Enh]", "  2 device=|vshare.386", "  10 a=|1"}, 1},
-      {"device: built-in with parameters is new", "[386Enh]\na=1\n", "[386Enh]\na=1\ndevice=*int13,x\n",
-       {"1008 [386Enh]", "  10 a=|1", "  2 device=|*int13,x"}, 1},
+      // "device=": a built-in driver is held against the section's first entry alone, whatever
+      // its key, by file name and extension; a mismatch is dropped unseen. Others are new.
+      {"device: built-in, same file name as the first entry", "[386Enh]\nebios=c:\\win\\*ebios.386\n",
+       "[386Enh]\nebios=c:\\win\\*ebios.386\nDevice=*EBIOS.386\ny=1\n",
+       {"1008 [386Enh]", "  14 ebios=|c:\\win\\*ebios.386", "  8 Device=|*EBIOS.386", "  2 y=|1"}, 1},
+      {"device: built-in, other extension", "[386Enh]\nvmm=*vmm.386\n", "[386Enh]\nvmm=*vmm.386\ndevice=*vmm.vxd\n",
+       {"1000 [386Enh]", "  10 vmm=|*vmm.386"}, 0},
+      {"device: the older device line is not consulted", "[386Enh]\na=1\ndevice=c:\\*vmm\n",
+       "[386Enh]\na=1\ndevice=*vmm\n", {"1008 [386Enh]", "  10 a=|1", "  1 device=|c:\\*vmm"}, 1},
+      // Those do not count as the entry before the next new one.
+      {"device: not built-in, or with parameters", "[386Enh]\na=1\n",
+       "[386Enh]\ndevice=vshare.386\na=1\ndevice=*int13,x\nz=1\n",
+       {"1008 [386Enh]", "  2 device=|vshare.386", "  10 a=|1", "  2 z=|1", "  2 device=|*int13,x"}, 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, "C:\\WINDOWS\\SYSTEM.INI", c.older, c.newer);
+    Compared r("C:\\WINDOWS\\SYSTEM.INI", c.older, c.newer);
     EXPECT_EQ(r.result, 1);
-    EXPECT_EQ(RenderIni(r.item.sections), c.expected);
-    EXPECT_EQ((r.item.flags & kFileDiffers) != 0, c.differs == 1);
-    EXPECT_EQ(r.item.lines, nullptr);
+    EXPECT_EQ(r.ini(), c.expected);
+    EXPECT_EQ(r.differs(), c.differs);
   }
 }
 
 TEST(CompareIniFiles, RewindsBothStreams) {
-  ScratchDir dir;
-  WriteWholeFile(dir.file("a.ini"), "[a]\nx=1\n");
-  WriteWholeFile(dir.file("b.ini"), "[a]\nx=2\n");
-  FILE* older = std::fopen(dir.file("a.ini").c_str(), "r");
-  FILE* newer = std::fopen(dir.file("b.ini").c_str(), "r");
-  ASSERT_TRUE(older && newer);
+  Compared r("c:\\a.txt", "[a]\nx=1\n", "[a]\nx=1\n");
+  FILE* f[] = {std::fopen(r.item.newerCopy, "r"), std::fopen(r.item.olderCopy, "r")};
   IniSection* s = nullptr;
-  EXPECT_EQ(CompareIniFiles(newer, older, &s), 1);
-  EXPECT_EQ(std::ftell(older), 0);
-  EXPECT_EQ(std::ftell(newer), 0);
+  EXPECT_EQ(CompareIniFiles(f[0], f[1], &s), 0);
+  EXPECT_EQ(std::ftell(f[0]) + std::ftell(f[1]), 0);
   FreeIniSections(s);
-  std::fclose(older);
-  std::fclose(newer);
+  for (FILE* x : f) std::fclose(x);
 }
 
-TEST(CompareSystemFile, ExtensionChoosesIni) {
-  const struct {
-    const char* path;
-    bool ini;
-  } cases[] = {{"C:\\WINDOWS\\SYSTEM.INI", true}, {"c:\\x\\win.Ini", true}, {"c:\\dir.ini\\config", false},
-               {"c:\\x\\a.ini.bak", false},      {"c:\\x\\INI", false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.path);
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, c.path, "[a]\nx=1\n", "[a]\nx=1\n");
-    EXPECT_EQ(r.item.sections != nullptr, c.ini);
-    EXPECT_EQ(r.item.lines != nullptr, !c.ini);
+TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
+  const std::pair<const char*, bool> paths[] = {
+      {"c:\\x\\win.Ini", true}, {"c:\\dir.ini\\config", false}, {"c:\\x\\a.ini.bak", false}};
+  for (const auto& [path, ini] : paths) {
+    Compared r(path, "[a]\nx=1\n", "[a]\nx=1\n");
+    EXPECT_EQ(r.item.sections != nullptr, ini) << path;
+    EXPECT_EQ(r.item.lines != nullptr, !ini) << path;
   }
-}
-
-TEST(CompareSystemFile, Messages) {
-  const struct {
-    unsigned flags;
-    const char* text;
-  } cases[] = {{0xC0, kMsgNotText}, {0x42, kMsgNotInNewer}, {0x82, kMsgNotInOlder}, {0x02, kMsgInNeither}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.flags);
-    ScratchDir dir;
-    Compared r;
-    CompareCopies(r, dir, "c:\\a.ini", "[a]\n", "[b]\n", c.flags);
+  const std::pair<unsigned, const char*> messages[] = {
+      {0xC0, kMsgNotText}, {0x42, kMsgNotInNewer}, {0x82, kMsgNotInOlder}, {0x02, kMsgInNeither}};
+  for (const auto& [flags, text] : messages) {
+    Compared r("c:\\a.ini", "[a]\n", "[b]\n", flags);
     EXPECT_EQ(r.result, 1);
-    EXPECT_EQ(RenderLines(r.item.lines), V{std::string("6 -1 ") + c.text});
+    EXPECT_EQ(r.lines(), V{std::string("6 -1 ") + text});
     EXPECT_EQ(r.item.sections, nullptr);
-    EXPECT_EQ(r.item.flags, c.flags);
+    EXPECT_EQ(r.item.flags, flags);
   }
 }
 
+// A second run frees the first result; a copy that cannot be opened gives 0 and no message.
 TEST(CompareSystemFile, MissingCopyGivesZeroAndNoMessage) {
   for (const char* missing : {"older", "newer"}) {
-    SCOPED_TRACE(missing);
-    ScratchDir dir;
-    Compared r;
-    WriteWholeFile(dir.file("older"), "a\n");
-    WriteWholeFile(dir.file("newer"), "b\n");
-    r.item.flags = 0xC2;
-    CopyText(r.item.olderCopy, dir.file("older").c_str(), 260);
-    CopyText(r.item.newerCopy, dir.file("newer").c_str(), 260);
-    std::remove(dir.file(missing).c_str());
-    EXPECT_EQ(CompareSystemFile(&r.item), 0);
-    EXPECT_EQ(r.item.lines, nullptr);
+    Compared r("c:\\a.txt", "a\n", "b\n");
+    std::remove(r.dir.file(missing).c_str());
+    EXPECT_EQ(CompareSystemFile(&r.item), 0) << missing;
+    EXPECT_EQ(r.item.lines, nullptr) << missing;
   }
 }
 
@@ -256,26 +177,19 @@ int g_allocsLeft;
 void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
 
 TEST(CompareSystemFile, AllocationFailures) {
-  const struct {
-    const char* path;
-    unsigned flags;
-    int resultOnFailure;
-  } cases[] = {{"c:\\a.txt", 0xC2, 1}, {"c:\\a.ini", 0xC2, 1}, {"c:\\a.ini", 0x42, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.path);
-    ScratchDir dir;
+  const std::pair<const char*, unsigned> cases[] = {{"c:\\a.txt", 0xC2}, {"c:\\a.ini", 0xC2}, {"c:\\a.ini", 0x42}};
+  for (const auto& [path, flags] : cases) {
     for (int n = 0;; ++n) {
       ASSERT_LT(n, 1000);
-      Compared r;
       g_allocsLeft = n;
       CompareSys().calloc = FailingCalloc;
-      CompareCopies(r, dir, c.path, "[a]\nx=1\\\ny\nz=2\nold\n", "[a]\nx=1\\\nq\nz=3\n[b]\nnew=1\n", c.flags);
+      Compared r(path, "[a]\nx=1\\\ny\nz=2\nold\n", "[a]\nx=1\\\nq\nz=3\n[b]\nnew=1\\\nmore\n", flags);
       ResetCompareSys();
       if (g_allocsLeft >= 0) break;  // nothing failed
-      EXPECT_EQ(r.result, c.resultOnFailure);
+      EXPECT_EQ(r.result, flags == 0x42 ? 0 : 1) << path;
       EXPECT_EQ(r.item.lines, nullptr);
       EXPECT_EQ(r.item.sections, nullptr);
-      EXPECT_EQ(r.item.flags & kFileDiffers, 0);
+      EXPECT_FALSE(r.differs());
     }
   }
 }
