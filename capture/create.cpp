@@ -43,6 +43,16 @@ FILE* OpenIndexFile(const char* destination, SnapshotRecord* rec) {
   return f;
 }
 
+// The two zero-filled records of a creation; false (nothing held) when either cannot be had.
+bool NewRecords(Profile** profile, SnapshotRecord** rec) {
+  *profile = NewProfile();
+  *rec = static_cast<SnapshotRecord*>(Sys().calloc(1, sizeof(SnapshotRecord)));
+  if (*profile && *rec) return true;
+  FreeProfile(*profile);
+  std::free(*rec);
+  return false;
+}
+
 void WriteHead(FILE* f, SnapshotRecord* rec) {
   WriteFormatVersion(f);
   std::fprintf(f, "%s\n", rec->description);
@@ -73,13 +83,9 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   WriteLog("CreateSnapshot:");
   WriteLogF("Profile%s", profilePath ? profilePath : "");
   WriteLogF("DestDir%s", destination ? destination : "");
-  Profile* profile = NewProfile();
-  SnapshotRecord* rec = static_cast<SnapshotRecord*>(Sys().calloc(1, sizeof(SnapshotRecord)));
-  if (!profile || !rec) {
-    FreeProfile(profile);
-    std::free(rec);
-    return 8;
-  }
+  Profile* profile;
+  SnapshotRecord* rec;
+  if (!NewRecords(&profile, &rec)) return 8;
   CopyText(profile->path, profilePath ? profilePath : "", sizeof profile->path);
   ReadProfile(profile);
   WaitCursor cursor;
@@ -122,13 +128,9 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
 }
 
 uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags) {
-  Profile* profile = NewProfile();
-  SnapshotRecord* rec = static_cast<SnapshotRecord*>(Sys().calloc(1, sizeof(SnapshotRecord)));
-  if (!profile || !rec) {
-    FreeProfile(profile);
-    std::free(rec);
-    return 8;
-  }
+  Profile* profile;
+  SnapshotRecord* rec;
+  if (!NewRecords(&profile, &rec)) return 8;
   for (const SnapFileEntry* e = restoring->files; e; e = e->next) {
     ProfileFileEntry* p = AppendProfileFile(profile);
     if (!p) break;

@@ -9,32 +9,7 @@
 #include "compress/coder_mem.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
-
-namespace {
-
-struct Pieces {
-  const uint8_t* data;
-  size_t left;
-  size_t chunk;
-  std::string out;
-};
-
-unsigned Read(char* buf, unsigned size, void* param) {
-  auto* p = static_cast<Pieces*>(param);
-  size_t n = size < p->chunk ? size : p->chunk;
-  if (n > p->left) n = p->left;
-  for (size_t i = 0; i < n; ++i) buf[i] = static_cast<char>(p->data[i]);
-  p->data += n;
-  p->left -= n;
-  return static_cast<unsigned>(n);
-}
-
-unsigned Write(const char* buf, unsigned size, void* param) {
-  static_cast<Pieces*>(param)->out.append(buf, size);
-  return size;
-}
-
-}  // namespace
+#include "fuzz/coder_fuzz_io.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;

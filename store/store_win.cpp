@@ -27,9 +27,14 @@ bool PrepareBase(const char* folder, char* base, size_t cap) {
   return w > 0 && static_cast<size_t>(w) < cap;
 }
 
+enum class Claim { kNext, kTaken, kFailed };
+
 }  // namespace
 
-int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, char* out) {
+// Tries "prefix0000" to "prefix9999" (with ".ext" when ext is given) in folder; claim(full path)
+// returns true when it took the name. 1 with the bare name in out, or 0.
+template <typename ClaimFn>
+int ClaimUniqueName(const char* folder, const char* prefix, const char* ext, char* out, ClaimFn claim) {
   char base[MAX_PATH];
   if (!PrepareBase(folder, base, sizeof base)) return 0;
   char shortPrefix[5];
@@ -37,34 +42,40 @@ int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, 
   for (unsigned counter = 0; counter <= 9999; ++counter) {
     char name[MAX_PATH];
     char full[MAX_PATH];
-    std::snprintf(name, sizeof name, "%s%04u.%s", shortPrefix, counter, ext);
+    if (ext)
+      std::snprintf(name, sizeof name, "%s%04u.%s", shortPrefix, counter, ext);
+    else
+      std::snprintf(name, sizeof name, "%s%04u", shortPrefix, counter);
     if (std::snprintf(full, sizeof full, "%s%s", base, name) >= static_cast<int>(sizeof full)) return 0;
-    if (PathExists(full)) continue;
-    FILE* f = Sys().fopen(full, "wt");
-    if (!f) return 0;
-    std::fclose(f);
-    CopyText(out, name, MAX_PATH);
-    return 1;
+    switch (claim(full)) {
+      case Claim::kTaken:
+        CopyText(out, name, MAX_PATH);
+        return 1;
+      case Claim::kFailed:
+        return 0;
+      default:
+        break;
+    }
   }
   return 0;
 }
 
+int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, char* out) {
+  // The first name that does not exist is reserved by creating it empty.
+  return ClaimUniqueName(folder, prefix, ext, out, [](const char* full) {
+    if (PathExists(full)) return Claim::kNext;
+    FILE* f = Sys().fopen(full, "wt");
+    if (!f) return Claim::kFailed;
+    std::fclose(f);
+    return Claim::kTaken;
+  });
+}
+
 int MakeUniqueFolderName(const char* folder, const char* prefix, char* out) {
-  char base[MAX_PATH];
-  if (!PrepareBase(folder, base, sizeof base)) return 0;
-  char shortPrefix[5];
-  CopyText(shortPrefix, prefix, sizeof shortPrefix);
-  for (unsigned counter = 0; counter <= 9999; ++counter) {
-    char name[MAX_PATH];
-    char full[MAX_PATH];
-    std::snprintf(name, sizeof name, "%s%04u", shortPrefix, counter);
-    if (std::snprintf(full, sizeof full, "%s%s", base, name) >= static_cast<int>(sizeof full)) return 0;
-    if (Sys().CreateDirectoryA(full, nullptr)) {
-      CopyText(out, name, MAX_PATH);
-      return 1;
-    }
-  }
-  return 0;
+  // The first folder that CreateDirectoryA makes is taken.
+  return ClaimUniqueName(folder, prefix, nullptr, out, [](const char* full) {
+    return Sys().CreateDirectoryA(full, nullptr) ? Claim::kTaken : Claim::kNext;
+  });
 }
 
 int LoadSnapshot(const char* path, SnapshotRecord* rec) {
