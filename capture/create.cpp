@@ -53,6 +53,11 @@ bool NewRecords(Profile** profile, SnapshotRecord** rec) {
   return false;
 }
 
+void FreeRecords(Profile* profile, SnapshotRecord* rec) {
+  FreeSnapshotRecord(rec);
+  FreeProfile(profile);
+}
+
 void WriteHead(FILE* f, SnapshotRecord* rec) {
   WriteFormatVersion(f);
   std::fprintf(f, "%s\n", rec->description);
@@ -93,8 +98,7 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   FILE* f = OpenIndexFile(destination, rec);
   if (!f) {
     cursor.Restore();
-    FreeSnapshotRecord(rec);
-    FreeProfile(profile);
+    FreeRecords(profile, rec);
     return 0;
   }
   WriteLog("Opened output snapshot file OK");
@@ -121,8 +125,7 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   WriteLog("Writing base sys file info");
   if (WriteFileInfo(f, profile, rec) != 0) return failed("Failed to write sys file info");
   std::fclose(f);
-  FreeSnapshotRecord(rec);
-  FreeProfile(profile);
+  FreeRecords(profile, rec);
   cursor.Restore();
   return 0;
 }
@@ -168,8 +171,7 @@ uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* des
   FILE* f = OpenIndexFile(destination, rec);
   if (!f) {
     cursor.Restore();
-    FreeSnapshotRecord(rec);
-    FreeProfile(profile);
+    FreeRecords(profile, rec);
     return 0;
   }
   CopyText(rec->description, "Undo Base File", sizeof rec->description);
@@ -184,8 +186,7 @@ uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* des
   }
   std::fclose(f);
   WriteOrvalisString("UNDOBASE", rec->indexName);
-  FreeSnapshotRecord(rec);
-  FreeProfile(profile);
+  FreeRecords(profile, rec);
   cursor.Restore();
   return 0;
 }

@@ -7,6 +7,7 @@
 #include "capture/sysinfo.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
+#include "store/lists.h"
 #include "store/textutil.h"
 
 namespace orvalis {
@@ -233,21 +234,8 @@ int CompareDrives(const DriveEntry* older, const DriveEntry* newer, SysCompareRe
   return 0;
 }
 
-void FreeSysInfoChanges(SysInfoChange* list) {
-  while (list) {
-    SysInfoChange* next = list->next;
-    std::free(list);
-    list = next;
-  }
-}
-
-void FreeDriveChanges(DriveChange* list) {
-  while (list) {
-    DriveChange* next = list->next;
-    std::free(list);
-    list = next;
-  }
-}
+void FreeSysInfoChanges(SysInfoChange* list) { FreeChain(list); }
+void FreeDriveChanges(DriveChange* list) { FreeChain(list); }
 
 void WriteSysInfoReport(FILE* f, const SysCompareResult* r) {
   char heading[256];

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "store/lists.h"
 #include "store/textutil.h"
 
 namespace orvalis {
@@ -450,13 +451,7 @@ int AttachMessage(FileCompareItem* item, const char* text) {
 CompareIo& CompareSys() { return g_io; }
 void ResetCompareSys() { g_io = CompareIo{RealCalloc, RealFopen}; }
 
-void FreeLineChanges(LineChange* list) {
-  while (list) {
-    LineChange* next = list->next;
-    std::free(list);
-    list = next;
-  }
-}
+void FreeLineChanges(LineChange* list) { FreeChain(list); }
 
 void FreeIniSections(IniSection* list) {
   while (list) {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "compress/bytes.h"
 #include "compress/implode_codes.h"
 
 namespace orvalis {
@@ -30,15 +31,6 @@ struct State {
   unsigned char out[kOutSize];
 };
 
-inline uint64_t Load64LE(const unsigned char* p) {
-  uint64_t v = 0;
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(&v, p, 8);
-  } else {
-    for (int i = 7; i >= 0; --i) v = v << 8 | p[i];
-  }
-  return v;
-}
 
 class Decoder {
  public:

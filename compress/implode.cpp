@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 
+#include "compress/bytes.h"
 #include "compress/implode_codes.h"
 
 namespace orvalis {
@@ -75,24 +76,7 @@ static_assert(kLengthField.value[kEndLength] == 0xFF01 && kLengthField.bits[kEnd
 static_assert(kLengthField.value[2] == 0xB && kLengthField.bits[2] == 4);
 static_assert(kLengthField.value[3] == 0x7 && kLengthField.bits[3] == 3);
 
-inline uint32_t Load32LE(const unsigned char* p) {
-  if constexpr (std::endian::native == std::endian::little) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-  }
-  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
 
-inline uint64_t Load64LE(const unsigned char* p) {
-  uint64_t v = 0;
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(&v, p, 8);
-  } else {
-    for (int i = 7; i >= 0; --i) v = v << 8 | p[i];
-  }
-  return v;
-}
 
 inline void Store64LE(unsigned char* p, uint64_t v) {
   if constexpr (std::endian::native == std::endian::little) {

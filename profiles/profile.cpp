@@ -9,6 +9,7 @@
 #include "compress/filecodec.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
+#include "store/lists.h"
 #include "store/textutil.h"
 
 namespace orvalis {
@@ -93,15 +94,6 @@ int ReadGroup(const Profile* p, const char* start, const char* end, ProfileGroup
   return 0;
 }
 
-template <typename T>
-void FreeList(T* p) {
-  while (p) {
-    T* next = p->next;
-    std::free(p);
-    p = next;
-  }
-}
-
 }  // namespace
 
 Profile* NewProfile() { return static_cast<Profile*>(Sys().calloc(1, sizeof(Profile))); }
@@ -175,10 +167,10 @@ int WriteProfile(const Profile* profile, const char* folder) {
 
 int FreeProfile(Profile* profile) {
   if (!profile) return 0;
-  FreeList(profile->files);
-  FreeList(profile->regKeys);
-  FreeList(profile->assets);
-  FreeList(profile->dirs);
+  FreeChain(profile->files);
+  FreeChain(profile->regKeys);
+  FreeChain(profile->assets);
+  FreeChain(profile->dirs);
   std::free(profile);
   return 0;
 }

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "store/lists.h"
 #include "store/textutil.h"
 
 namespace orvalis {
@@ -19,17 +20,6 @@ void FreeSysInfoList(SysInfoItem* list) {
     list = next;
   }
 }
-
-namespace {
-template <typename T>
-void FreeChain(T* p) {
-  while (p) {
-    T* next = p->next;
-    std::free(p);
-    p = next;
-  }
-}
-}  // namespace
 
 void ClearSnapshotRecord(SnapshotRecord* rec) {
   if (!rec) return;
