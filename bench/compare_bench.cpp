@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string>
 
-#include "compare/filecompare.h"
+#include "items/sysfiles/filecompare.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "capture/dirtree.h"
 #include "engine/context.h"
 #include "engine/locale.h"
+#include "items/dirtree/dirtree.h"
 
 using namespace orvalis;
 using Clock = std::chrono::steady_clock;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 
+#include "base/io.h"
 #include "compress/crc32.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
@@ -40,7 +41,7 @@ unsigned WriteStream(const char* buf, unsigned size, void* param) {
 }
 
 void CloseIfOpen(FILE* f) {
-  if (f) std::fclose(f);
+  if (f) Io().fclose(f);
 }
 
 }  // namespace
@@ -48,7 +49,7 @@ void CloseIfOpen(FILE* f) {
 int CompressFileWith(const char* source, const char* target, uint32_t* crc, void* work,
                      size_t workSize, int type, int dictSize) {
   if (!work || workSize < kFileCodecWorkSize) return 8;
-  FileStreams s{std::fopen(source, "rb"), std::fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
+  FileStreams s{Io().fopen(source, "rb"), Io().fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
   int result = 0;
   if (s.in && s.out) {
     if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize) != kImplodeOk)
@@ -65,7 +66,7 @@ int CompressFileWith(const char* source, const char* target, uint32_t* crc, void
 int ExpandFileWith(const char* target, const char* source, void* work, size_t workSize,
                    uint32_t* crcOut) {
   if (!work || workSize < kFileCodecWorkSize) return 8;
-  FileStreams s{std::fopen(source, "rb"), std::fopen(target, "wb"), kCrcOfWritten, 0xFFFFFFFFu};
+  FileStreams s{Io().fopen(source, "rb"), Io().fopen(target, "wb"), kCrcOfWritten, 0xFFFFFFFFu};
   // The coder's verdict is not looked at: a bad stream leaves a short target, which the
   // caller finds out about when the text does not parse.
   if (s.in && s.out) Explode(ReadStream, WriteStream, work, workSize, &s);
@@ -78,17 +79,17 @@ int ExpandFileWith(const char* target, const char* source, void* work, size_t wo
 int ExpandFileChecked(const char* target, const char* source, uint32_t* crcOut) {
   std::unique_ptr<unsigned char[]> work(new (std::nothrow) unsigned char[kExplodeWorkSize]);
   if (!work) return kExpandNoMemory;
-  FileStreams s{std::fopen(source, "rb"), nullptr, kCrcOfWritten, 0xFFFFFFFFu};
+  FileStreams s{Io().fopen(source, "rb"), nullptr, kCrcOfWritten, 0xFFFFFFFFu};
   if (!s.in) return kExpandSourceMissing;
-  s.out = std::fopen(target, "wb");
+  s.out = Io().fopen(target, "wb");
   if (!s.out) {
-    std::fclose(s.in);
+    Io().fclose(s.in);
     return kExpandCannotCreate;
   }
   int rc = Explode(ReadStream, WriteStream, work.get(), kExplodeWorkSize, &s);
   bool readFault = std::ferror(s.in) != 0;
-  std::fclose(s.in);
-  bool closeFault = std::fclose(s.out) != 0;
+  Io().fclose(s.in);
+  bool closeFault = Io().fclose(s.out) != 0;
   int result = kExpandOk;
   if (rc == kExplodeWriteError || closeFault)
     result = kExpandWriteFault;
@@ -97,7 +98,7 @@ int ExpandFileChecked(const char* target, const char* source, uint32_t* crcOut) 
   else if (rc != kExplodeOk)
     result = kExpandBadData;
   if (result != kExpandOk) {
-    std::remove(target);
+    Io().remove(target);
     return result;
   }
   if (crcOut) *crcOut = ~s.crc;
@@ -108,13 +109,13 @@ int IsTextFile(const char* path) {
   constexpr size_t kBlockSize = 4096;
   std::unique_ptr<char[]> buf(new (std::nothrow) char[kBlockSize]);
   if (!buf) return -1;
-  FILE* f = std::fopen(path, "rb");
+  FILE* f = Io().fopen(path, "rb");
   if (!f) return -1;
   int result = 1;
   size_t n;
   while (result == 1 && (n = std::fread(buf.get(), 1, kBlockSize, f)) > 0)
     if (std::memchr(buf.get(), 0, n)) result = 0;
-  std::fclose(f);
+  Io().fclose(f);
   return result;
 }
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/textutil.h"
 #include "engine/sys.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 

@@ -2,8 +2,9 @@
 
 #include <io.h>
 
+#include "base/datetext.h"
+#include "base/io.h"
 #include "engine/sys.h"
-#include "store/datetext.h"
 
 namespace orvalis {
 
@@ -20,10 +21,10 @@ uint32_t OpenFileDosTime(FILE* f) {
 }
 
 uint32_t PathDosTime(const char* path) {
-  FILE* f = Sys().fopen(path, "rb");
+  FILE* f = Io().fopen(path, "rb");
   if (!f) return 0;
   uint32_t t = OpenFileDosTime(f);
-  std::fclose(f);
+  Io().fclose(f);
   return t;
 }
 
@@ -33,8 +34,8 @@ bool SetOpenFileDosTime(FILE* f, uint32_t packed) {
   HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(f)));
   if (h == INVALID_HANDLE_VALUE) return false;
   FILETIME local, utc;
-  if (!DosDateTimeToFileTime(static_cast<WORD>(packed >> 16), static_cast<WORD>(packed & 0xFFFF), &local)) return false;
-  if (!LocalFileTimeToFileTime(&local, &utc)) return false;
+  if (!Sys().DosDateTimeToFileTime(static_cast<WORD>(packed >> 16), static_cast<WORD>(packed & 0xFFFF), &local)) return false;
+  if (!Sys().LocalFileTimeToFileTime(&local, &utc)) return false;
   return Sys().SetFileTime(h, nullptr, nullptr, &utc) != FALSE;
 }
 

@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
+#include "base/textutil.h"
 #include "engine/context.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
+#include "base/datetext.h"
 #include "engine/sys.h"
-#include "store/datetext.h"
 
 namespace orvalis {
 namespace {

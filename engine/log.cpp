@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/io.h"
+#include "base/textutil.h"
 #include "engine/context.h"
 #include "engine/sys.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {
@@ -44,17 +45,17 @@ void ComputeLogPath(char* out) {
 void ResetLog() {
   char* path = State().logPath;
   ComputeLogPath(path);
-  FILE* f = Sys().fopen(path, "w");
-  if (f) std::fclose(f);
+  FILE* f = Io().fopen(path, "w");
+  if (f) Io().fclose(f);
 }
 
 void WriteLog(const char* text) {
   const char* path = State().logPath;
   if (path[0] == '\0') return;
-  FILE* f = Sys().fopen(path, "a");
+  FILE* f = Io().fopen(path, "a");
   if (!f) return;
   std::fprintf(f, "%s\n", text);
-  std::fclose(f);
+  Io().fclose(f);
 }
 
 void WriteLogF(const char* format, ...) {

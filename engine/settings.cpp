@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
+#include "base/textutil.h"
 #include "engine/context.h"
 #include "engine/sys.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {

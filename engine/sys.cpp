@@ -1,14 +1,8 @@
 #include "engine/sys.h"
 
-#include <cstdlib>
-
-#include "compare/filecompare.h"
 
 namespace orvalis {
 namespace {
-
-FILE* RealFopen(const char* path, const char* mode) { return std::fopen(path, mode); }
-void* RealCalloc(size_t n, size_t size) { return std::calloc(n, size); }
 
 SysApi RealApi() {
   SysApi s{};
@@ -22,8 +16,6 @@ SysApi RealApi() {
   s.GlobalLock = ::GlobalLock;
   s.GlobalUnlock = ::GlobalUnlock;
   s.GlobalFree = ::GlobalFree;
-  s.calloc = RealCalloc;
-  s.fopen = RealFopen;
   s.CopyFileA = ::CopyFileA;
   s.DeleteFileA = ::DeleteFileA;
   s.CreateDirectoryA = ::CreateDirectoryA;
@@ -40,6 +32,9 @@ SysApi RealApi() {
   s.FileTimeToLocalFileTime = ::FileTimeToLocalFileTime;
   s.FileTimeToDosDateTime = ::FileTimeToDosDateTime;
   s.SetFileTime = ::SetFileTime;
+  s.LocalFileTimeToFileTime = ::LocalFileTimeToFileTime;
+  s.DosDateTimeToFileTime = ::DosDateTimeToFileTime;
+  s.GetSystemTimeAsFileTime = ::GetSystemTimeAsFileTime;
   s.GetPrivateProfileIntA = ::GetPrivateProfileIntA;
   s.GetPrivateProfileStringA = ::GetPrivateProfileStringA;
   s.WritePrivateProfileStringA = ::WritePrivateProfileStringA;
@@ -69,21 +64,12 @@ SysApi RealApi() {
 
 SysApi g_sys = RealApi();
 
-// The portable file comparer has its own two fallible calls; in the engine they go through this
-// seam too, so one table makes any allocation or open of an operation fail.
-void RouteComparerThroughSeam() {
-  CompareSys().calloc = [](size_t n, size_t size) { return g_sys.calloc(n, size); };
-  CompareSys().fopen = [](const char* path, const char* mode) { return g_sys.fopen(path, mode); };
-}
-
-const bool g_routed = (RouteComparerThroughSeam(), true);
-
 }  // namespace
 
 SysApi& Sys() { return g_sys; }
 void ResetSys() {
   g_sys = RealApi();
-  RouteComparerThroughSeam();
+  ResetIo();
 }
 
 }  // namespace orvalis

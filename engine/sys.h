@@ -1,11 +1,12 @@
-// The engine's one seam to the operating system. Every Win32 call (and the few C runtime
-// calls whose failure matters: fopen, calloc) goes through this table, so that a test can make
-// any of them fail (out of space, access denied, no memory) and check that the engine keeps
-// its promises. The table holds the real calls unless a test swaps an entry.
+// The engine's seam to the operating system. Every Win32 call goes through this table, and the
+// C runtime calls whose failure matters (open, close, remove, rename, heap memory) through the
+// portable table of base/io.h beside it, so that a test can make any of them fail (out of space,
+// access denied, no memory) and check that the engine keeps its promises. Both tables hold the
+// real calls unless a test swaps an entry.
 #pragma once
 #include <windows.h>
 
-#include <cstdio>
+#include "base/io.h"
 
 namespace orvalis {
 
@@ -23,10 +24,8 @@ struct SysApi {
   LPVOID(WINAPI* GlobalLock)(HGLOBAL);
   BOOL(WINAPI* GlobalUnlock)(HGLOBAL);
   HGLOBAL(WINAPI* GlobalFree)(HGLOBAL);
-  void* (*calloc)(size_t, size_t);
 
   // Files and folders
-  FILE* (*fopen)(const char*, const char*);
   BOOL(WINAPI* CopyFileA)(LPCSTR, LPCSTR, BOOL);
   BOOL(WINAPI* DeleteFileA)(LPCSTR);
   BOOL(WINAPI* CreateDirectoryA)(LPCSTR, LPSECURITY_ATTRIBUTES);
@@ -43,6 +42,9 @@ struct SysApi {
   BOOL(WINAPI* FileTimeToLocalFileTime)(const FILETIME*, LPFILETIME);
   BOOL(WINAPI* FileTimeToDosDateTime)(const FILETIME*, LPWORD, LPWORD);
   BOOL(WINAPI* SetFileTime)(HANDLE, const FILETIME*, const FILETIME*, const FILETIME*);
+  BOOL(WINAPI* LocalFileTimeToFileTime)(const FILETIME*, LPFILETIME);
+  BOOL(WINAPI* DosDateTimeToFileTime)(WORD, WORD, LPFILETIME);
+  void(WINAPI* GetSystemTimeAsFileTime)(LPFILETIME);
 
   // Settings files
   UINT(WINAPI* GetPrivateProfileIntA)(LPCSTR, LPCSTR, INT, LPCSTR);
@@ -79,7 +81,7 @@ struct SysApi {
 
 // The table in force.
 SysApi& Sys();
-// Puts the real calls back into every entry.
+// Puts the real calls back into every entry of both tables.
 void ResetSys();
 
 }  // namespace orvalis

@@ -1,10 +1,11 @@
 // Catalogue exports: list, delete and rename the snapshots beside the engine.
 #include <cstdio>
 
+#include "base/textutil.h"
+#include "drivers/delete.h"
 #include "engine/context.h"
 #include "exports/exports.h"
 #include "store/catalogue.h"
-#include "store/textutil.h"
 
 using namespace orvalis;
 

@@ -1,7 +1,7 @@
 // Creation exports. Each initialises the engine (which reads the processor-probe setting) and
 // hands over to the creation driver. Results: 0 (also when a stage failed: see halvern.log),
 // 8 out of memory, 13 no profile or no location.
-#include "capture/create.h"
+#include "drivers/create.h"
 #include "engine/context.h"
 #include "engine/log.h"
 #include "engine/settings.h"

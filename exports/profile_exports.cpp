@@ -1,9 +1,9 @@
 #include <cstdio>
 
+#include "base/textutil.h"
 #include "engine/context.h"
 #include "exports/exports.h"
 #include "profiles/profile.h"
-#include "store/textutil.h"
 
 using namespace orvalis;
 

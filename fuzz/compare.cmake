@@ -2,10 +2,10 @@
 # Each target compiles the sources it exercises itself, so that they carry the fuzzer's
 # coverage instrumentation without changing how orvalis_core is built.
 set(ORVALIS_COMPARE_FUZZ_SOURCES
-  ${CMAKE_SOURCE_DIR}/compare/filecompare.cpp
-  ${CMAKE_SOURCE_DIR}/compare/xmltext.cpp
-  ${CMAKE_SOURCE_DIR}/compare/sysfilexml.cpp
-  ${CMAKE_SOURCE_DIR}/store/textutil.cpp)
+  ${CMAKE_SOURCE_DIR}/items/sysfiles/filecompare.cpp
+  ${CMAKE_SOURCE_DIR}/base/xmltext.cpp
+  ${CMAKE_SOURCE_DIR}/items/sysfiles/sysfilexml.cpp
+  ${CMAKE_SOURCE_DIR}/base/textutil.cpp ${CMAKE_SOURCE_DIR}/base/io.cpp)
 
 # Short CTest runs work on a scratch copy of the seed corpus in the build tree, so the
 # committed corpus never receives what the fuzzer finds.

@@ -2,8 +2,8 @@
 // both streams come back rewound.
 #include <cstdlib>
 
-#include "compare/filecompare.h"
 #include "fuzz/compare_fuzz_input.h"
+#include "items/sysfiles/filecompare.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   orvalis_fuzz::Copies copies(data, size);

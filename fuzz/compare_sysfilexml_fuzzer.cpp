@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "compare/sysfilexml.h"
-#include "compare/xmltext.h"
+#include "base/xmltext.h"
 #include "fuzz/compare_fuzz_input.h"
+#include "items/sysfiles/sysfilexml.h"
 
 namespace {
 

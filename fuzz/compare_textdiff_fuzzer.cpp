@@ -3,8 +3,8 @@
 // is always followed by its kind 5; the verdict agrees with the records.
 #include <cstdlib>
 
-#include "compare/filecompare.h"
 #include "fuzz/compare_fuzz_input.h"
+#include "items/sysfiles/filecompare.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   orvalis_fuzz::Copies copies(data, size);

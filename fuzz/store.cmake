@@ -1,7 +1,7 @@
 # libFuzzer target of the snapshot index reader (and the date text of what it reads).
 add_executable(store_snapshot_fuzzer ${CMAKE_CURRENT_LIST_DIR}/store_snapshot_fuzzer.cpp
   ${CMAKE_SOURCE_DIR}/store/snapshot.cpp ${CMAKE_SOURCE_DIR}/store/snapshot_reader.cpp
-  ${CMAKE_SOURCE_DIR}/store/textutil.cpp ${CMAKE_SOURCE_DIR}/store/datetext.cpp)
+  ${CMAKE_SOURCE_DIR}/base/textutil.cpp ${CMAKE_SOURCE_DIR}/base/datetext.cpp ${CMAKE_SOURCE_DIR}/base/io.cpp)
 target_include_directories(store_snapshot_fuzzer PRIVATE ${CMAKE_SOURCE_DIR})
 target_compile_options(store_snapshot_fuzzer PRIVATE ${ORVALIS_WARNINGS} -g -fsanitize=fuzzer,address,undefined
                        -fno-sanitize-recover=all)

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "store/datetext.h"
+#include "base/datetext.h"
 #include "store/snapshot.h"
 
 using namespace orvalis;

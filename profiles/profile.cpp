@@ -1,16 +1,17 @@
 #include "profiles/profile.h"
 
-#include <io.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "base/io.h"
+#include "base/lists.h"
+#include "base/textutil.h"
 #include "compress/filecodec.h"
+#include "engine/files.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
-#include "store/lists.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {
@@ -19,9 +20,9 @@ constexpr int kProfileLine = MAX_PATH;  // 259 characters a line
 
 class TextFile {
  public:
-  TextFile(const char* path, const char* mode) : f_(Sys().fopen(path, mode)) {}
+  TextFile(const char* path, const char* mode) : f_(Io().fopen(path, mode)) {}
   ~TextFile() {
-    if (f_) std::fclose(f_);
+    if (f_) Io().fclose(f_);
   }
   TextFile(const TextFile&) = delete;
   TextFile& operator=(const TextFile&) = delete;
@@ -49,7 +50,7 @@ int ReadFileGroup(Profile* p) {
     CopyText(e->path, line, sizeof e->path);
     char expanded[MAX_PATH];
     ExpandFolderTag(e->path, expanded);
-    if (_access(expanded, 0) == 0) e->flags |= kProfileFileExists;
+    if (PathExists(expanded)) e->flags |= kProfileFileExists;
     if (IsTextFile(expanded) == 1) e->flags |= kProfileFileText;
   }
   return -1;  // no closing marker
@@ -96,10 +97,10 @@ int ReadGroup(const Profile* p, const char* start, const char* end, ProfileGroup
 
 }  // namespace
 
-Profile* NewProfile() { return static_cast<Profile*>(Sys().calloc(1, sizeof(Profile))); }
+Profile* NewProfile() { return static_cast<Profile*>(Io().calloc(1, sizeof(Profile))); }
 
 ProfileFileEntry* AppendProfileFile(Profile* profile) {
-  auto* e = static_cast<ProfileFileEntry*>(Sys().calloc(1, sizeof(ProfileFileEntry)));
+  auto* e = static_cast<ProfileFileEntry*>(Io().calloc(1, sizeof(ProfileFileEntry)));
   if (!e) return nullptr;
   ProfileFileEntry** tail = &profile->files;
   while (*tail) tail = &(*tail)->next;
@@ -108,7 +109,7 @@ ProfileFileEntry* AppendProfileFile(Profile* profile) {
 }
 
 ProfileGroupEntry* AppendProfileGroup(ProfileGroupEntry** head) {
-  auto* e = static_cast<ProfileGroupEntry*>(Sys().calloc(1, sizeof(ProfileGroupEntry)));
+  auto* e = static_cast<ProfileGroupEntry*>(Io().calloc(1, sizeof(ProfileGroupEntry)));
   if (!e) return nullptr;
   while (*head) head = &(*head)->next;
   *head = e;
@@ -171,7 +172,7 @@ int FreeProfile(Profile* profile) {
   FreeChain(profile->regKeys);
   FreeChain(profile->assets);
   FreeChain(profile->dirs);
-  std::free(profile);
+  Io().free(profile);
   return 0;
 }
 

@@ -7,22 +7,23 @@
 #include <string>
 #include <vector>
 
+#include "base/datetext.h"
+#include "base/io.h"
+#include "base/textutil.h"
 #include "engine/files.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
-#include "store/datetext.h"
 #include "store/snapshot.h"
 #include "store/store_win.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 
 uint32_t WriteSnapshotList(const char* folder, const char* outPath) {
-  char* work = static_cast<char*>(Sys().calloc(520, 1));
+  char* work = static_cast<char*>(Io().calloc(520, 1));
   if (!work) return 8;
-  FILE* out = Sys().fopen(outPath, "wt");
+  FILE* out = Io().fopen(outPath, "wt");
   if (!out) {
-    std::free(work);
+    Io().free(work);
     ShowOpenFailed(outPath);
     return 110;
   }
@@ -53,30 +54,21 @@ uint32_t WriteSnapshotList(const char* folder, const char* outPath) {
     }
   }
   std::fprintf(out, "%s\n", "</SNAPSHOTLIST>");
-  std::fclose(out);
-  std::free(work);
+  Io().fclose(out);
+  Io().free(work);
   return 0;
-}
-
-uint32_t DeleteSnapshotAt(const char* path) {
-  SnapshotRecord* rec = NewSnapshotRecord();
-  if (!rec) return 8;
-  int rc = LoadSnapshot(path, rec);
-  if (rc == 0) DeleteSnapshotFiles(rec);
-  FreeSnapshotRecord(rec);
-  return static_cast<uint32_t>(rc);
 }
 
 int RenameSnapshotAt(const char* path, const char* description) {
   std::vector<std::string> lines;
   uint32_t stamp = 0;
   {
-    FILE* f = Sys().fopen(path, "rt");
+    FILE* f = Io().fopen(path, "rt");
     if (!f) return -1;
     stamp = OpenFileDosTime(f);
     char line[512];
     while (std::fgets(line, sizeof line, f)) lines.emplace_back(line);
-    std::fclose(f);
+    Io().fclose(f);
   }
   if (lines.empty()) return -1;
   const size_t at = lines[0].find("FormatVersion") != std::string::npos ? 1 : 0;
@@ -84,21 +76,21 @@ int RenameSnapshotAt(const char* path, const char* description) {
   char text[MAX_PATH + 2];
   std::snprintf(text, sizeof text, "%s\n", description ? description : "");
   lines[at] = text;
-  FILE* f = Sys().fopen(path, "wt");
+  FILE* f = Io().fopen(path, "wt");
   if (!f) return -1;
   bool ok = true;
   for (const std::string& l : lines) ok &= std::fputs(l.c_str(), f) >= 0;
-  ok &= std::fclose(f) == 0;
+  ok &= Io().fclose(f) == 0;
   // Renaming must not make the snapshot look newer: put the old time back.
-  if (FILE* a = Sys().fopen(path, "a")) {
+  if (FILE* a = Io().fopen(path, "a")) {
     SetOpenFileDosTime(a, stamp);
-    std::fclose(a);
+    Io().fclose(a);
   }
   return ok ? 0 : -1;
 }
 
 int ReadSnapshotFlagsText(const char* path, char* out) {
-  FILE* f = Sys().fopen(path, "rt");
+  FILE* f = Io().fopen(path, "rt");
   if (!f) return -1;
   char line[256];
   char last[256] = "";
@@ -108,7 +100,7 @@ int ReadSnapshotFlagsText(const char* path, char* out) {
     if (in) CopyText(last, line, sizeof last);
     if (EqualNoCase(line, "[FLAGS_START]")) in = true;
   }
-  std::fclose(f);
+  Io().fclose(f);
   if (std::strtol(last, nullptr, 10) & kFlagImported)
     CopyText(out, "Imported", 256);
   else

@@ -3,20 +3,21 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "store/lists.h"
-#include "store/textutil.h"
+#include "base/io.h"
+#include "base/lists.h"
+#include "base/textutil.h"
 
 namespace orvalis {
 
 SnapshotRecord* NewSnapshotRecord() {
-  return static_cast<SnapshotRecord*>(std::calloc(1, sizeof(SnapshotRecord)));
+  return static_cast<SnapshotRecord*>(Io().calloc(1, sizeof(SnapshotRecord)));
 }
 
 void FreeSysInfoList(SysInfoItem* list) {
   while (list) {
     SysInfoItem* next = list->next;
-    std::free(list->text);
-    std::free(list);
+    Io().free(list->text);
+    Io().free(list);
     list = next;
   }
 }
@@ -24,10 +25,10 @@ void FreeSysInfoList(SysInfoItem* list) {
 void ClearSnapshotRecord(SnapshotRecord* rec) {
   if (!rec) return;
   FreeSysInfoList(rec->sysInfo);
-  std::free(rec->drives);
+  Io().free(rec->drives);
   FreeChain(rec->files);
   FreeChain(rec->regKeys);
-  std::free(rec->regBackup);
+  Io().free(rec->regBackup);
   FreeChain(rec->assets);
   FreeChain(rec->dirs);
   rec->sysInfo = nullptr;
@@ -41,11 +42,11 @@ void ClearSnapshotRecord(SnapshotRecord* rec) {
 
 void FreeSnapshotRecord(SnapshotRecord* rec) {
   ClearSnapshotRecord(rec);
-  std::free(rec);
+  Io().free(rec);
 }
 
 SnapFileEntry* AppendFileEntry(SnapshotRecord* rec) {
-  auto* e = static_cast<SnapFileEntry*>(std::calloc(1, sizeof(SnapFileEntry)));
+  auto* e = static_cast<SnapFileEntry*>(Io().calloc(1, sizeof(SnapFileEntry)));
   if (!e) return nullptr;
   SnapFileEntry** tail = &rec->files;
   while (*tail) tail = &(*tail)->next;
@@ -54,7 +55,7 @@ SnapFileEntry* AppendFileEntry(SnapshotRecord* rec) {
 }
 
 SnapGroupEntry* AppendGroupEntry(SnapGroupEntry** head) {
-  auto* e = static_cast<SnapGroupEntry*>(std::calloc(1, sizeof(SnapGroupEntry)));
+  auto* e = static_cast<SnapGroupEntry*>(Io().calloc(1, sizeof(SnapGroupEntry)));
   if (!e) return nullptr;
   while (*head) head = &(*head)->next;
   *head = e;

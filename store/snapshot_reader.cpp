@@ -5,8 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/io.h"
+#include "base/textutil.h"
 #include "store/snapshot.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {
@@ -16,9 +17,9 @@ constexpr int kLongLine = 512;  // the head and FILEINFO pass: 511
 
 class File {
  public:
-  explicit File(const char* path) : f_(std::fopen(path, "r")) {}
+  explicit File(const char* path) : f_(Io().fopen(path, "r")) {}
   ~File() {
-    if (f_) std::fclose(f_);
+    if (f_) Io().fclose(f_);
   }
   File(const File&) = delete;
   File& operator=(const File&) = delete;
@@ -71,6 +72,11 @@ char* NextToken(char** cursor) {
 }
 
 // REGINFO / ASSETINFO / DIRINFO: name, companion and, where the version has them, two numbers.
+// A companion name is used only when it is a bare file name inside the data folder: a record
+// naming "..\x", "C:\x" or "." would otherwise have deletion or restore reach outside it. Any
+// other name is invalid data and leaves the record without a companion.
+void CopyCompanionName(char* dst, const char* name) { CopyText(dst, IsBareFileName(name) ? name : "", kMaxPath); }
+
 int ReadGroupSection(const char* path, const char* start, const char* end, SnapGroupEntry** head, bool hasNumbers,
                      bool keepNumbers) {
   return ForEachSectionLine(path, start, end, [&](char* line) {
@@ -79,7 +85,7 @@ int ReadGroupSection(const char* path, const char* start, const char* end, SnapG
     SnapGroupEntry* e = AppendGroupEntry(head);
     if (!e) return true;  // a record that cannot be allocated is skipped
     CopyText(e->name, fields[0], sizeof e->name);
-    CopyText(e->companion, fields[1], sizeof e->companion);
+    CopyCompanionName(e->companion, fields[1]);
     if (hasNumbers && keepNumbers) {
       e->first = ParseSigned(fields[2]);
       e->second = ParseUnsigned(fields[3]);
@@ -94,7 +100,7 @@ void ParseFileRecord(char* line, SnapshotRecord* rec) {
   SnapFileEntry* e = AppendFileEntry(rec);
   if (!e) return;
   CopyText(e->path, fields[0], sizeof e->path);
-  CopyText(e->companion, fields[1], sizeof e->companion);
+  CopyCompanionName(e->companion, fields[1]);
   e->flags = ParseSigned(fields[2]) != 0 ? 2 : 0;
   e->time = static_cast<uint32_t>(ParseSigned(fields[3]));
 }
@@ -153,14 +159,14 @@ int ReadSysInfoSection(const char* path, SnapshotRecord* rec) {
     char* first = NextToken(&cursor);
     char* second = first ? NextToken(&cursor) : nullptr;
     if (!second) return true;
-    auto* item = static_cast<SysInfoItem*>(std::calloc(1, sizeof(SysInfoItem)));
+    auto* item = static_cast<SysInfoItem*>(Io().calloc(1, sizeof(SysInfoItem)));
     if (!item) return true;
     item->item = static_cast<uint16_t>(ParseSigned(first));
     if (item->item == 9 || item->item == 16) {
       size_t n = std::strlen(second) + 1;
-      item->text = static_cast<char*>(std::malloc(n));
+      item->text = static_cast<char*>(Io().calloc(n, 1));
       if (!item->text) {
-        std::free(item);
+        Io().free(item);
         return true;
       }
       std::memcpy(item->text, second, n);
@@ -180,7 +186,7 @@ int ReadDrivesSection(const char* path, SnapshotRecord* rec, int version) {
       path, "[DRIVES_START]", "[DRIVES_END]",
       [&](char* line) {
         if (!table) {
-          table = static_cast<DriveEntry*>(std::calloc(26, sizeof(DriveEntry)));
+          table = static_cast<DriveEntry*>(Io().calloc(26, sizeof(DriveEntry)));
           if (!table) return false;
         }
         char* f[5];
@@ -202,15 +208,15 @@ int ReadDrivesSection(const char* path, SnapshotRecord* rec, int version) {
       },
       &found);
   if (rc != 0) {
-    std::free(table);
+    Io().free(table);
     return -1;
   }
   if (found && !table) {  // an empty section still says the machine had a drive table
-    table = static_cast<DriveEntry*>(std::calloc(26, sizeof(DriveEntry)));
+    table = static_cast<DriveEntry*>(Io().calloc(26, sizeof(DriveEntry)));
     if (!table) return -1;
   }
   if (table) {
-    std::free(rec->drives);
+    Io().free(rec->drives);
     rec->drives = table;
   }
   return 0;
@@ -234,17 +240,17 @@ int ReadRegBackSection(const char* path, SnapshotRecord* rec) {
     char* f[4];
     if (!SplitFromRight(line, 4, f)) return true;
     if (!rec->regBackup) {
-      rec->regBackup = static_cast<RegBackupRecord*>(std::calloc(1, sizeof(RegBackupRecord)));
+      rec->regBackup = static_cast<RegBackupRecord*>(Io().calloc(1, sizeof(RegBackupRecord)));
       if (!rec->regBackup) return true;
     }
     RegBackupRecord* b = rec->regBackup;
     if (FindNoCase(f[0], "USER.DAT")) {
-      CopyText(b->userName, f[1], sizeof b->userName);
+      CopyCompanionName(b->userName, f[1]);
       b->userFlag = ParseSigned(f[2]);
       b->userCrc = ParseUnsigned(f[3]);
       user = true;
     } else if (FindNoCase(f[0], "SYSTEM.DAT")) {
-      CopyText(b->systemName, f[1], sizeof b->systemName);
+      CopyCompanionName(b->systemName, f[1]);
       b->systemFlag = ParseSigned(f[2]);
       b->systemCrc = ParseUnsigned(f[3]);
       system = true;
@@ -252,7 +258,7 @@ int ReadRegBackSection(const char* path, SnapshotRecord* rec) {
     return true;
   });
   if (rec->regBackup && !user && !system) {
-    std::free(rec->regBackup);
+    Io().free(rec->regBackup);
     rec->regBackup = nullptr;
   }
   return rc;
@@ -263,10 +269,10 @@ int ReadRegNtSection(const char* path, SnapshotRecord* rec) {
     const char* comma = std::strrchr(line, ',');
     if (!comma) return true;
     if (!rec->regBackup) {
-      rec->regBackup = static_cast<RegBackupRecord*>(std::calloc(1, sizeof(RegBackupRecord)));
+      rec->regBackup = static_cast<RegBackupRecord*>(Io().calloc(1, sizeof(RegBackupRecord)));
       if (!rec->regBackup) return true;
     }
-    CopyText(rec->regBackup->userName, comma + 1, sizeof rec->regBackup->userName);  // last record wins
+    CopyCompanionName(rec->regBackup->userName, comma + 1);  // last record wins
     return true;
   });
 }

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/io.h"
+#include "base/textutil.h"
 #include "engine/context.h"
 #include "engine/files.h"
-#include "engine/libraries.h"
 #include "engine/sys.h"
-#include "store/textutil.h"
 
 namespace orvalis {
 namespace {
@@ -64,9 +64,9 @@ int MakeUniqueFileName(const char* folder, const char* prefix, const char* ext, 
   // The first name that does not exist is reserved by creating it empty.
   return ClaimUniqueName(folder, prefix, ext, out, [](const char* full) {
     if (PathExists(full)) return Claim::kNext;
-    FILE* f = Sys().fopen(full, "wt");
+    FILE* f = Io().fopen(full, "wt");
     if (!f) return Claim::kFailed;
-    std::fclose(f);
+    Io().fclose(f);
     return Claim::kTaken;
   });
 }
@@ -85,6 +85,12 @@ int LoadSnapshot(const char* path, SnapshotRecord* rec) {
   int rc = ReadSnapshotFile(path, rec, State().isWindowsNT != 0);
   if (rc == 0 && rec->time == 0) rec->time = PathDosTime(path);
   return rc;
+}
+
+bool EngineSnapshotPath(const char* name, char* out) {
+  char folder[MAX_PATH];
+  GetModuleFolderWithSlash(folder);
+  return std::snprintf(out, MAX_PATH, "%s%s", folder, name) < MAX_PATH;
 }
 
 bool CompanionFolder(const char* indexPath, char* out) {
@@ -119,49 +125,18 @@ int RemoveFolderTree(const char* folder) {
   return rc;
 }
 
-namespace {
-
-void RemoveCompanion(const char* folder, const char* name) {
-  if (!name[0]) return;
-  char path[MAX_PATH];
-  if (JoinPath(path, sizeof path, folder, name)) std::remove(path);
+bool CompanionPath(const char* dataFolder, const char* name, char* out) {
+  return IsBareFileName(name) && JoinPath(out, MAX_PATH, dataFolder, name);
 }
 
-using DeleteAssetSnapshotFn = int(__cdecl*)(const char* indexPath, const char* name);
-
-}  // namespace
-
-void DeleteSnapshotCompanions(SnapshotRecord* rec) {
-  char folder[MAX_PATH];
-  if (!CompanionFolder(rec->indexPath, folder)) return;
-  for (SnapFileEntry* e = rec->files; e; e = e->next) {
-    char path[MAX_PATH];
-    if (e->companion[0] && JoinPath(path, sizeof path, folder, e->companion)) Sys().DeleteFileA(path);
-  }
-  for (SnapGroupEntry* e = rec->dirs; e; e = e->next) RemoveCompanion(folder, e->companion);
-  for (SnapGroupEntry* e = rec->regKeys; e; e = e->next) RemoveCompanion(folder, e->companion);
-  if (RegBackupRecord* b = rec->regBackup) {
-    if (State().isWindowsNT) {
-      char nt[MAX_PATH];
-      if (b->userName[0] && std::snprintf(nt, sizeof nt, "%s%s", folder, b->userName) < MAX_PATH)
-        RemoveFolderTree(nt);
-    } else {
-      char path[MAX_PATH];
-      if (b->userName[0] && JoinPath(path, sizeof path, folder, b->userName)) Sys().DeleteFileA(path);
-      b->userName[0] = '\0';
-      if (b->systemName[0] && JoinPath(path, sizeof path, folder, b->systemName)) Sys().DeleteFileA(path);
-      b->systemName[0] = '\0';
-    }
-  }
-  if (rec->assets) {
-    CompanionLibrary lib(LoadAssetLibrary());
-    auto del = LibraryEntry<DeleteAssetSnapshotFn>(lib.get(), "_DeleteAssetSnapshot");
-    if (del) {
-      char index[MAX_PATH];
-      if (JoinPath(index, sizeof index, folder, "MASTER.IDX"))
-        for (SnapGroupEntry* e = rec->assets; e; e = e->next) del(index, e->companion);
-    }
-  }
+void DeleteCompanionFile(const char* dataFolder, const char* name) {
+  char path[MAX_PATH];
+  if (!CompanionPath(dataFolder, name, path)) return;
+  const DWORD attributes = Sys().GetFileAttributesA(path);
+  if (attributes == INVALID_FILE_ATTRIBUTES) return;
+  if (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM))
+    Sys().SetFileAttributesA(path, attributes & ~static_cast<DWORD>(7));
+  Sys().DeleteFileA(path);
 }
 
 namespace {
@@ -180,7 +155,7 @@ bool FindRecord(const char* indexPath, const char* name, Read read, Head head, K
   bool found = false;
   for (const Entry* e = head(rec); e && !found; e = e->next) {
     char companion[MAX_PATH];
-    if (EqualNoCase(key(*e), name) && JoinPath(companion, sizeof companion, folder, e->companion)) {
+    if (EqualNoCase(key(*e), name) && CompanionPath(folder, e->companion, companion)) {
       take(*e, companion);
       found = true;
     }
@@ -208,12 +183,6 @@ bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listi
         *compressed = e.first;
         *crc = e.second;
       });
-}
-
-int DeleteSnapshotFiles(SnapshotRecord* rec) {
-  DeleteSnapshotCompanions(rec);
-  Sys().DeleteFileA(rec->indexPath);
-  return 0;
 }
 
 }  // namespace orvalis

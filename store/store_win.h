@@ -17,16 +17,20 @@ int MakeUniqueFolderName(const char* folder, const char* prefix, char* out);
 // Returns 0 or the reader's code (-1).
 int LoadSnapshot(const char* path, SnapshotRecord* rec);
 
+// A snapshot named by its caller: a bare index file name beside the engine. False when the path
+// does not fit.
+bool EngineSnapshotPath(const char* name, char* out);
+
 // The record's data folder: the index file's folder + "NIMBRA\". False when the index path
 // holds no backslash.
 bool CompanionFolder(const char* indexPath, char* out);
 
-// Everything that belongs to a snapshot, the index file last: saved system files, directory
-// listings and the registry dump, the registry backup (NT folder or 9x data-file copies), the
-// asset snapshots through the asset library. Missing files are passed over. Result 0.
-int DeleteSnapshotFiles(SnapshotRecord* rec);
-// Companions only (the index file is left): what a discarded partial snapshot leaves.
-void DeleteSnapshotCompanions(SnapshotRecord* rec);
+// The full path of a companion in the data folder: false when name is not a bare file name
+// (a record naming "..\x" or "." is invalid data, never used) or the path does not fit.
+bool CompanionPath(const char* dataFolder, const char* name, char* out);
+// Removes one companion file; a missing one is passed over. Read-only, hidden and system bits
+// are cleared first: a copy keeps the attributes of its source and the delete would be refused.
+void DeleteCompanionFile(const char* dataFolder, const char* name);
 
 // The FILEINFO record of filePath (compared without regard to case) in an index file: the full
 // path of its saved copy into out (260). False when the file cannot be read or holds no record.

@@ -146,7 +146,7 @@ TEST(Log, ResetDecidesTheFolderAndEmptiesTheFile) {
 TEST(Log, AnUnopenableLogIsSkippedSilently) {
   EngineSandbox box;
   ResetLog();
-  Sys().fopen = [](const char*, const char*) -> FILE* { return nullptr; };
+  Io().fopen = [](const char*, const char*) -> FILE* { return nullptr; };
   WriteLog("lost");  // must not crash or fail
   box.RestoreSeam();
   EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "capture/sysinfo.h"
 #include "engine/context.h"
 #include "engine/sys.h"
+#include "items/sysinfo/sysinfo.h"
 #include "store/store_win.h"
 #include "tests/support/engine_sandbox.h"
 

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "exports/exports.h"
 #include "engine/sys.h"
+#include "exports/exports.h"
 #include "profiles/profile.h"
 #include "tests/support/engine_sandbox.h"
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/datetext.h"
 #include "engine/sys.h"
-#include "store/datetext.h"
 #include "store/store_win.h"
 #include "tests/support/engine_sandbox.h"
 

@@ -1,0 +1,65 @@
+#include <windows.h>
+
+#include <cstdio>
+
+#include "base/io.h"
+#include "base/textutil.h"
+#include "engine/cursor.h"
+#include "engine/strings.h"
+#include "engine/sys.h"
+#include "items/sysfiles/filecompare.h"
+#include "items/sysfiles/sysfiles.h"
+#include "items/sysfiles/sysfilexml.h"
+#include "store/store_win.h"
+
+namespace orvalis {
+
+uint32_t WriteSysFileComparison(const char* older, const char* newer, const char* file, const char* output,
+                                           int live) {
+  char olderCopy[MAX_PATH], newerCopy[MAX_PATH] = "", index[MAX_PATH];
+  if (older) {
+    if (!EngineSnapshotPath(older, index) || !FindFileInfoCopy(index, file, olderCopy)) return 87;
+  } else if (live) {
+    CopyText(olderCopy, file, sizeof olderCopy);
+  } else {
+    return 87;
+  }
+  uint16_t flags = 0x42;
+  bool oneSided = true;
+  if (newer) {
+    if (!EngineSnapshotPath(newer, index) || !FindFileInfoCopy(index, file, newerCopy)) return 87;
+    flags = 0xC2;
+    oneSided = false;
+  } else if (live) {
+    CopyText(newerCopy, file, sizeof newerCopy);
+    flags = 0xC2;
+    oneSided = false;
+  }
+  auto* item = static_cast<FileCompareItem*>(Io().calloc(1, sizeof(FileCompareItem)));
+  if (!item) return 8;
+  item->flags = flags;
+  CopyText(item->path, file, sizeof item->path);
+  CopyText(item->olderCopy, olderCopy, sizeof item->olderCopy);
+  CopyText(item->newerCopy, newerCopy, sizeof item->newerCopy);
+  {
+    WaitCursor cursor;
+    CompareSystemFile(item);
+    cursor.Restore();
+  }
+  uint32_t rc = 0;
+  FILE* out = Io().fopen(output, "wt");
+  if (!out) {
+    ShowDestinationError(output);
+    rc = 2;
+  } else {
+    rc = static_cast<uint32_t>(WriteSysFileDocument(out, item, oneSided));
+    Io().fclose(out);
+  }
+  FreeIniSections(item->sections);
+  FreeLineChanges(item->lines);
+  Io().free(item);
+  return rc;
+}
+
+
+}  // namespace orvalis
