@@ -13,6 +13,7 @@ enum Result : uint32_t {
   kResultAccessDenied = 5,
   kResultNoMemory = 8,
   kResultInvalidData = 13,        // bad profile, location, path, companion or package
+  kResultWriteFault = 29,         // a file could not be written whole (disk full); nothing was kept
   kResultInvalidParameter = 87,   // a required argument is missing
   kResultOpenFailed = 110,        // a report, list or NT registry folder cannot be opened
   kResultNotAvailable = 120,      // this build has no such operation
@@ -27,6 +28,7 @@ inline const char* ResultText(uint32_t code) {
     case kResultAccessDenied: return "access denied";
     case kResultNoMemory: return "not enough memory";
     case kResultInvalidData: return "invalid data (profile, location, path, companion or package)";
+    case kResultWriteFault: return "a file could not be written whole (disk full?)";
     case kResultInvalidParameter: return "invalid parameter";
     case kResultOpenFailed: return "the output file or folder cannot be opened";
     case kResultNotAvailable: return "not available in this build of the engine";

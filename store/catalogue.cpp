@@ -4,8 +4,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "base/datetext.h"
 #include "base/io.h"
@@ -59,34 +57,71 @@ uint32_t WriteSnapshotList(const char* folder, const char* outPath) {
   return 0;
 }
 
-int RenameSnapshotAt(const char* path, const char* description) {
-  std::vector<std::string> lines;
-  uint32_t stamp = 0;
-  {
-    FILE* f = Io().fopen(path, "rt");
-    if (!f) return -1;
-    stamp = OpenFileDosTime(f);
-    char line[512];
-    while (std::fgets(line, sizeof line, f)) lines.emplace_back(line);
-    Io().fclose(f);
+namespace {
+
+// The description as one line of the index file: line breaks would split the record, and a line
+// longer than the readers' 255 characters would be read back in pieces.
+void DescriptionLine(const char* description, char* out, size_t cap) {
+  CopyText(out, description ? description : "", cap);
+  for (char* c = out; *c; ++c)
+    if (*c == '\r' || *c == '\n') *c = ' ';
+}
+
+// Copies src into dst line by line, with the description line (the second when the first holds
+// "FormatVersion", else the first) replaced. False when src is empty.
+bool CopyWithDescription(FILE* src, FILE* dst, const char* line) {
+  char piece[512];
+  int lineNo = 0;
+  int target = -1;
+  bool atStart = true;
+  while (std::fgets(piece, sizeof piece, src)) {
+    if (lineNo == 0 && atStart) target = std::strstr(piece, "FormatVersion") ? 1 : 0;
+    const bool ends = std::strchr(piece, '\n') != nullptr;
+    if (lineNo == target) {
+      if (atStart) std::fprintf(dst, "%s\n", line);
+    } else {
+      std::fputs(piece, dst);
+    }
+    atStart = ends;
+    if (ends) ++lineNo;
   }
-  if (lines.empty()) return -1;
-  const size_t at = lines[0].find("FormatVersion") != std::string::npos ? 1 : 0;
-  if (at >= lines.size()) lines.resize(at + 1);
-  char text[MAX_PATH + 2];
-  std::snprintf(text, sizeof text, "%s\n", description ? description : "");
-  lines[at] = text;
-  FILE* f = Io().fopen(path, "wt");
-  if (!f) return -1;
-  bool ok = true;
-  for (const std::string& l : lines) ok &= std::fputs(l.c_str(), f) >= 0;
-  ok &= Io().fclose(f) == 0;
+  if (target < 0) return false;
+  if (!atStart) std::fputc('\n', dst);  // the last line had no line feed of its own
+  if (lineNo <= target) std::fprintf(dst, "%s\n", line);  // a file of its version line only
+  return true;
+}
+
+}  // namespace
+
+int RenameSnapshotAt(const char* path, const char* description) {
+  char line[256];
+  DescriptionLine(description, line, sizeof line);
+  char temp[MAX_PATH];
+  if (std::snprintf(temp, sizeof temp, "%s.new", path) >= static_cast<int>(sizeof temp)) return -1;
+  FILE* src = Io().fopen(path, "rt");
+  if (!src) return -1;
+  const uint32_t stamp = OpenFileDosTime(src);
+  // The snapshot is rewritten beside itself and moved into place: a write that fails half-way
+  // (disk full) leaves the original whole.
+  FILE* dst = Io().fopen(temp, "wt");
+  if (!dst) {
+    Io().fclose(src);
+    return -1;
+  }
+  const bool copied = CopyWithDescription(src, dst, line);
+  const bool readOk = !std::ferror(src);
+  Io().fclose(src);
+  const bool written = CloseChecked(dst);
+  if (!copied || !readOk || !written || Io().rename(temp, path) != 0) {
+    Io().remove(temp);
+    return -1;
+  }
   // Renaming must not make the snapshot look newer: put the old time back.
   if (FILE* a = Io().fopen(path, "a")) {
     SetOpenFileDosTime(a, stamp);
     Io().fclose(a);
   }
-  return ok ? 0 : -1;
+  return 0;
 }
 
 int ReadSnapshotFlagsText(const char* path, char* out) {

@@ -50,7 +50,10 @@ uint32_t WriteDirComparison(const char* older, const char* newer, const char* di
   rec->newerCrc = newerCrc;
   char cfg[MAX_PATH];
   DirFilters* filters = nullptr;
-  if (std::snprintf(cfg, sizeof cfg, "%sORVALIS.CFG", folder) < MAX_PATH) filters = LoadDirFilters(cfg);
+  if (std::snprintf(cfg, sizeof cfg, "%sORVALIS.CFG", folder) < MAX_PATH && LoadDirFilters(cfg, &filters) != 0) {
+    Io().free(rec);
+    return 8;
+  }
   uint32_t rc = 87;
   if (CompareDirectory(rec, filters)) {
     FILE* out = Io().fopen(output, "wt");
@@ -59,7 +62,7 @@ uint32_t WriteDirComparison(const char* older, const char* newer, const char* di
     } else if (char* line = static_cast<char*>(Io().calloc(520, 1))) {
       WriteDirTreeDocument(out, rec->tree, oneSided);
       Io().free(line);
-      Io().fclose(out);
+      if (!CloseChecked(out)) Io().remove(output);  // a document cut short by a full disk is no document
     } else {
       Io().fclose(out);  // no line buffer: the document stays empty
     }

@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <vector>
 
 #include "base/io.h"
+#include "base/lists.h"
 #include "base/textutil.h"
 #include "engine/filecodec_win.h"
 #include "engine/files.h"
@@ -401,56 +401,80 @@ void WriteLevel(FILE* f, const DirNode* dir) {
 
 // ---- Filters ----------------------------------------------------------------------------------
 
+// One filter rule; the four lists are chains of heap records from the seam, so that running out
+// of memory while loading them is an answer (8), not an exception.
 struct FileFilter {
+  FileFilter* next;
   char name[256];
   char ext[256];
 };
 
 struct DirFilters {
-  std::vector<FileFilter> includeByExt, includeByName, excludeByExt, excludeByName;
+  FileFilter* includeByExt;
+  FileFilter* includeByName;
+  FileFilter* excludeByExt;
+  FileFilter* excludeByName;
 };
 
 namespace {
 
-void LoadSection(const char* file, const char* section, std::vector<FileFilter>& byExt, std::vector<FileFilter>& byName) {
+// Appends the section's rules in key order. An empty value is a file specification like any
+// other (an empty name and extension). False when memory ran out.
+bool LoadSection(const char* file, const char* section, FileFilter** byExt, FileFilter** byName) {
   char keys[2048];
   DWORD n = Sys().GetPrivateProfileStringA(section, nullptr, "", keys, sizeof keys, file);
+  FileFilter** tails[2] = {byExt, byName};
+  for (FileFilter** t : tails)
+    while (*t) t = &(*t)->next;
   for (const char* k = keys; k < keys + n && *k; k += std::strlen(k) + 1) {
     char value[MAX_PATH];
     Sys().GetPrivateProfileStringA(section, k, "", value, sizeof value, file);
-    if (!value[0]) continue;
-    FileFilter rule{};
-    SplitFileName(value, rule.name, sizeof rule.name, rule.ext, sizeof rule.ext);
-    (rule.name[0] == '*' ? byExt : byName).push_back(rule);
+    auto* rule = static_cast<FileFilter*>(Io().calloc(1, sizeof(FileFilter)));
+    if (!rule) return false;
+    SplitFileName(value, rule->name, sizeof rule->name, rule->ext, sizeof rule->ext);
+    FileFilter**& tail = tails[rule->name[0] == '*' ? 0 : 1];
+    *tail = rule;
+    tail = &rule->next;
   }
+  return true;
 }
 
-bool Matches(const std::vector<FileFilter>& byExt, const std::vector<FileFilter>& byName, const char* name,
-             const char* ext) {
-  for (const FileFilter& s : byExt)
-    if (EqualNoCase(s.ext, ext)) return true;
-  for (const FileFilter& s : byName)
-    if (EqualNoCase(s.name, name) && EqualNoCase(s.ext, ext)) return true;
+bool Matches(const FileFilter* byExt, const FileFilter* byName, const char* name, const char* ext) {
+  for (const FileFilter* s = byExt; s; s = s->next)
+    if (EqualNoCase(s->ext, ext)) return true;
+  for (const FileFilter* s = byName; s; s = s->next)
+    if (EqualNoCase(s->name, name) && EqualNoCase(s->ext, ext)) return true;
   return false;
 }
 
 }  // namespace
 
-DirFilters* LoadDirFilters(const char* file) {
-  auto* f = new (std::nothrow) DirFilters;
-  if (!f) return nullptr;
-  LoadSection(file, "INC_FILTER", f->includeByExt, f->includeByName);
-  LoadSection(file, "EXC_FILTER", f->excludeByExt, f->excludeByName);
-  return f;
+int LoadDirFilters(const char* file, DirFilters** out) {
+  *out = static_cast<DirFilters*>(Io().calloc(1, sizeof(DirFilters)));
+  if (!*out) return 8;
+  if (!LoadSection(file, "INC_FILTER", &(*out)->includeByExt, &(*out)->includeByName) ||
+      !LoadSection(file, "EXC_FILTER", &(*out)->excludeByExt, &(*out)->excludeByName)) {
+    FreeDirFilters(*out);
+    *out = nullptr;
+    return 8;
+  }
+  return 0;
 }
 
-void FreeDirFilters(DirFilters* filters) { delete filters; }
+void FreeDirFilters(DirFilters* filters) {
+  if (!filters) return;
+  FreeChain(filters->includeByExt);
+  FreeChain(filters->includeByName);
+  FreeChain(filters->excludeByExt);
+  FreeChain(filters->excludeByName);
+  Io().free(filters);
+}
 
 bool FilterAdmits(const DirFilters* f, const char* fileName) {
   if (!f) return true;
   char name[256], ext[256];
   SplitFileName(fileName, name, sizeof name, ext, sizeof ext);
-  const bool noIncludes = f->includeByExt.empty() && f->includeByName.empty();
+  const bool noIncludes = !f->includeByExt && !f->includeByName;
   if (!noIncludes && !Matches(f->includeByExt, f->includeByName, name, ext)) return false;
   return !Matches(f->excludeByExt, f->excludeByName, name, ext);
 }

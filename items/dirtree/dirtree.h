@@ -47,7 +47,9 @@ struct DirNode {
 
 // Include and exclude filters ("*.ext" entries match by extension, others by name and extension).
 struct DirFilters;
-DirFilters* LoadDirFilters(const char* file);  // sections INC_FILTER and EXC_FILTER; null if none
+// Sections INC_FILTER and EXC_FILTER of a private-profile file (a missing file gives empty lists,
+// which admit everything): 0 with *out set, or 8 when memory ran out (*out null).
+int LoadDirFilters(const char* file, DirFilters** out);
 void FreeDirFilters(DirFilters* filters);
 bool FilterAdmits(const DirFilters* filters, const char* fileName);
 

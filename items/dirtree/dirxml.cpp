@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/datetext.h"
+#include "base/textutil.h"
 #include "base/xmltext.h"
 #include "items/dirtree/dirtree.h"
 
@@ -28,7 +29,9 @@ void WriteNode(FILE* out, const DirNode* dir, bool oneSided) {
     std::fprintf(out, "    %s", "<DIRVAL>");
     std::fputs("    <FNAME>", out);
     const char* name = f->path;
-    if (std::strncmp(name, dir->path, plen) == 0) {
+    // Nodes merged in from the other side keep that side's spelling of the folder: the prefix is
+    // matched without regard to case, as the file system does.
+    if (CompareNoCaseN(name, dir->path, plen) == 0) {
       name += plen;
       if (*name == '\\') ++name;
     }

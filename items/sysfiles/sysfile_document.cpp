@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "base/io.h"
+#include "base/results.h"
 #include "base/textutil.h"
 #include "engine/cursor.h"
 #include "engine/strings.h"
@@ -53,13 +54,15 @@ uint32_t WriteSysFileComparison(const char* older, const char* newer, const char
     rc = 2;
   } else {
     rc = static_cast<uint32_t>(WriteSysFileDocument(out, item, oneSided));
-    Io().fclose(out);
+    if (!CloseChecked(out)) {  // a document cut short by a full disk is no document
+      Io().remove(output);
+      if (rc == kResultOk) rc = kResultWriteFault;
+    }
   }
   FreeIniSections(item->sections);
   FreeLineChanges(item->lines);
   Io().free(item);
   return rc;
 }
-
 
 }  // namespace orvalis

@@ -180,7 +180,8 @@ TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
   WritePrivateProfileStringA("INC_FILTER", "1", "*.ini", cfg.c_str());
   WritePrivateProfileStringA("INC_FILTER", "2", "one.dll", cfg.c_str());
   WritePrivateProfileStringA("EXC_FILTER", "1", "DEEP.INI", cfg.c_str());
-  DirFilters* f = LoadDirFilters(cfg.c_str());
+  DirFilters* f = nullptr;
+  ASSERT_EQ(LoadDirFilters(cfg.c_str(), &f), 0);
   struct Row {
     const char* name;
     bool admitted;
@@ -188,9 +189,26 @@ TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
               {"noext", false}};
   for (const Row& r : rows) EXPECT_EQ(FilterAdmits(f, r.name), r.admitted) << r.name;
   FreeDirFilters(f);
-  DirFilters* none = LoadDirFilters(box_.file("missing.cfg").c_str());
+  DirFilters* none = nullptr;
+  ASSERT_EQ(LoadDirFilters(box_.file("missing.cfg").c_str(), &none), 0);
   EXPECT_TRUE(FilterAdmits(none, "anything.at.all"));
   FreeDirFilters(none);
+
+  // An empty value is a file specification too: an include list holding only it admits no file
+  // that has a name.
+  const std::string onlyEmpty = box_.file("EMPTY.CFG");
+  WritePrivateProfileStringA("INC_FILTER", "1", "", onlyEmpty.c_str());
+  DirFilters* empty = nullptr;
+  ASSERT_EQ(LoadDirFilters(onlyEmpty.c_str(), &empty), 0);
+  EXPECT_FALSE(FilterAdmits(empty, "x.ini"));
+  FreeDirFilters(empty);
+
+  // Out of memory while loading is an answer, not an exception.
+  orvalis::Io().calloc = [](size_t, size_t) -> void* { return nullptr; };
+  DirFilters* failed = reinterpret_cast<DirFilters*>(1);
+  EXPECT_EQ(LoadDirFilters(cfg.c_str(), &failed), 8);
+  EXPECT_EQ(failed, nullptr);
+  box_.RestoreSeam();
 }
 
 TEST_F(DirTrees, BadListings) {
