@@ -1,5 +1,6 @@
 #include "compress/filecodec.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -49,6 +50,16 @@ void CloseIfOpen(FILE* f) {
 int CompressFileWith(const char* source, const char* target, uint32_t* crc, void* work,
                      size_t workSize, int type, int dictSize) {
   if (!work || workSize < kFileCodecWorkSize) return 8;
+  // The encoder's state outgrows the kept work area: it is taken here, through the seam, before
+  // any file is touched, so that a machine out of memory hears 8 rather than a coder failure.
+  void* encoder = nullptr;
+  if (workSize < kImplodeWorkSize) {
+    const size_t size = kImplodeWorkSize + alignof(std::max_align_t);
+    encoder = Io().calloc(1, size);
+    if (!encoder) return 8;
+    work = encoder;
+    workSize = size;
+  }
   FileStreams s{Io().fopen(source, "rb"), Io().fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
   int result = 0;
   if (s.in && s.out) {
@@ -59,6 +70,7 @@ int CompressFileWith(const char* source, const char* target, uint32_t* crc, void
   }
   CloseIfOpen(s.out);
   CloseIfOpen(s.in);
+  Io().free(encoder);
   *crc = s.crc;
   return result;
 }

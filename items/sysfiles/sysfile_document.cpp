@@ -54,10 +54,9 @@ uint32_t WriteSysFileComparison(const char* older, const char* newer, const char
     rc = 2;
   } else {
     rc = static_cast<uint32_t>(WriteSysFileDocument(out, item, oneSided));
-    if (!CloseChecked(out)) {  // a document cut short by a full disk is no document
-      Io().remove(output);
-      if (rc == kResultOk) rc = kResultWriteFault;
-    }
+    // A document cut short (no memory half-way, a full disk) is no document: it goes.
+    if (!CloseChecked(out) && rc == kResultOk) rc = kResultWriteFault;
+    if (rc != kResultOk) Io().remove(output);
   }
   FreeIniSections(item->sections);
   FreeLineChanges(item->lines);

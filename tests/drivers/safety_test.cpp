@@ -1,0 +1,325 @@
+// The engine's promises when the system fails under it, and the paths that used to lose a user's
+// snapshots. Every export that writes files is swept with the fault plan: each fallible seam entry
+// it calls is made to fail at each of its calls in turn, and every run must end with a proper
+// result, no leaked memory or file, and nothing half-written: either no trace of the operation or
+// its complete result.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "drivers/create.h"
+#include "drivers/delete.h"
+#include "engine/filecodec_win.h"
+#include "engine/log.h"
+#include "engine/settings.h"
+#include "exports/exports.h"
+#include "store/store_win.h"
+#include "tests/support/engine_sandbox.h"
+#include "tests/support/fault_plan.h"
+
+using namespace orvalis;
+using orvalis_test::EngineSandbox;
+using orvalis_test::FaultPlan;
+using orvalis_test::FileExists;
+using orvalis_test::ListDir;
+using orvalis_test::ReadWholeFile;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+class Safety : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
+    CreateDirectoryA(box_.file("watched").c_str(), nullptr);
+    CreateDirectoryA(box_.file("watched\\sub").c_str(), nullptr);
+    WriteWholeFile(box_.file("watched\\app.ini"), "[Main]\r\nColor=blue\r\n");
+    WriteWholeFile(box_.file("watched\\notes.txt"), "one\r\ntwo\r\n");
+    WriteWholeFile(box_.file("watched\\sub\\deep.dat"), "deep\r\n");
+    SetFileAttributesA(box_.file("watched\\notes.txt").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    WriteWholeFile(box_.file("DAILY.GCF"), "Daily\n[GROUPFILES_START]\n" + box_.file("watched\\app.ini") + "\n" +
+                                               box_.file("watched\\notes.txt") + "\n[GROUPFILES_END]\n"
+                                               "[GROUPDIRS_START]\n" + box_.file("watched") + "\n[GROUPDIRS_END]\n");
+  }
+  void TearDown() override { SetFileAttributesA(box_.file("watched\\notes.txt").c_str(), FILE_ATTRIBUTE_NORMAL); }
+
+  std::set<std::string> Files() {
+    std::set<std::string> out;
+    for (const std::string& n : ListDir(box_.dir()))
+      if (n != "halvern.log" && n != "ORVALIS.INI") out.insert(n);  // the log and the settings come and go
+    for (const std::string& n : ListDir(box_.file("NIMBRA"))) out.insert("NIMBRA\\" + n);
+    return out;
+  }
+  std::set<std::string> Snapshots() {
+    std::set<std::string> out;
+    for (const std::string& n : ListDir(box_.dir()))
+      if (n.size() > 4 && n.substr(n.size() - 4) == ".BCF") out.insert(n);
+    return out;
+  }
+  // Loads a snapshot and checks that every companion it names is there.
+  bool ReadsBackWhole(const std::string& name) {
+    SnapshotRecord* rec = NewSnapshotRecord();
+    bool ok = LoadSnapshot(box_.file(name).c_str(), rec) == 0;
+    char folder[MAX_PATH];
+    ok = ok && CompanionFolder(rec->indexPath, folder);
+    for (SnapFileEntry* e = rec->files; ok && e; e = e->next) ok = FileExists(std::string(folder) + e->companion);
+    for (SnapGroupEntry* e = rec->dirs; ok && e; e = e->next)
+      ok = !e->companion[0] || FileExists(std::string(folder) + e->companion);
+    FreeSnapshotRecord(rec);
+    return ok;
+  }
+  std::string Log() { return ReadWholeFile(box_.file("halvern.log")); }
+  std::string Undo() {
+    char v[MAX_PATH];
+    ReadOrvalisString("UNDOBASE", "", v, sizeof v);
+    return v;
+  }
+
+  // Runs op once to count its calls, then once per call of every entry with that call failing,
+  // and hands each faulted run's result to check. restore puts the folder back between runs.
+  void Sweep(const char* what, const std::function<unsigned long()>& op,
+             const std::function<void(unsigned long rc, const std::string& where)>& check,
+             const std::function<void()>& restore) {
+    std::map<std::string, int> calls;
+    {
+      FaultPlan plan;
+      plan.Arm("", 0);
+      const unsigned long rc = op();
+      calls = plan.Calls();
+      EXPECT_EQ(plan.LiveBlocks(), 0) << what << ": leak without a fault";
+      EXPECT_EQ(plan.OpenFiles(), 0) << what;
+      check(rc, std::string(what) + " without a fault");
+    }
+    restore();
+    int runs = 0;
+    for (const std::string& entry : FaultPlan::Entries()) {
+      for (int n = 1; n <= calls[entry]; ++n) {
+        std::string where = std::string(what) + ", " + entry + " call " + std::to_string(n) + " failing";
+        unsigned long rc;
+        {
+          FaultPlan plan;
+          plan.Arm(entry, n);
+          rc = op();
+          EXPECT_EQ(plan.LiveBlocks(), 0) << where << ": leaked memory";
+          EXPECT_EQ(plan.OpenFiles(), 0) << where << ": file left open";
+        }
+        check(rc, where);
+        restore();
+        ++runs;
+      }
+    }
+    EXPECT_GT(runs, 3) << what << ": the sweep reached too few calls";
+    std::printf("%s: %d faulted runs\n", what, runs);
+  }
+
+  EngineSandbox box_;
+};
+
+TEST_F(Safety, CreationKeepsAWholeSnapshotOrNothing) {
+  const std::set<std::string> before = Files();
+  Sweep(
+      "snapshot",
+      [&] {
+        ResetLog();
+        return CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "swept");
+      },
+      [&](unsigned long rc, const std::string& where) {
+        EXPECT_TRUE(rc == 0 || rc == 8) << where << ": result " << rc;
+        const auto made = Snapshots();
+        ASSERT_LE(made.size(), 1u) << where;
+        if (made.empty()) {
+          EXPECT_EQ(Files(), before) << where << ": a failed creation left files behind";
+          const std::string log = Log();
+          if (log.find("Opened output snapshot file OK") != std::string::npos) {
+            EXPECT_NE(log.find("Failed to write"), std::string::npos) << where << ": no failure line\n" << log;
+          }
+        } else {
+          EXPECT_TRUE(ReadsBackWhole(*made.begin())) << where << ": a kept snapshot does not read back whole";
+        }
+      },
+      [&] {
+        for (const std::string& s : Snapshots()) DeleteSnapshotAt(box_.file(s).c_str());
+        ASSERT_EQ(Files(), before) << "deleting the snapshot left companions behind";
+      });
+}
+
+TEST_F(Safety, UndoBaseKeepsTheSnapshotItIsTakenFor) {
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "restoring"), 0u);
+  SnapshotRecord* restoring = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(box_.file("BASE0000.BCF").c_str(), restoring), 0);
+  const std::set<std::string> before = Files();
+  Sweep(
+      "undo base", [&] { return static_cast<unsigned long>(CreateUndoBaseSnapshot(restoring, nullptr, 0)); },
+      [&](unsigned long rc, const std::string& where) {
+        EXPECT_TRUE(rc == 0 || rc == 8) << where;
+        EXPECT_TRUE(ReadsBackWhole("BASE0000.BCF")) << where;
+        const auto made = Snapshots();
+        if (made.size() == 1) {
+          EXPECT_EQ(Files(), before) << where;
+        } else {
+          ASSERT_EQ(made.size(), 2u) << where;
+          EXPECT_TRUE(ReadsBackWhole("BASE0001.BCF")) << where;
+        }
+      },
+      [&] {
+        if (FileExists(box_.file("BASE0001.BCF"))) DeleteSnapshotAt(box_.file("BASE0001.BCF").c_str());
+        box_.SetOrvalis("UNDOBASE", "");
+        ASSERT_EQ(Files(), before);
+      });
+  FreeSnapshotRecord(restoring);
+}
+
+TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "original"), 0u);
+  const std::string index = box_.file("BASE0000.BCF");
+  const std::string original = ReadWholeFile(index);
+  const std::set<std::string> before = Files();
+  const std::string longName(700, 'd');
+  Sweep(
+      "rename", [&] { return RenameSnapshot("BASE0000.BCF", longName.c_str()); },
+      [&](unsigned long rc, const std::string& where) {
+        const std::string now = ReadWholeFile(index);
+        if (rc == 0) {
+          EXPECT_NE(now.find("\n" + std::string(255, 'd') + "\r\n"), std::string::npos) << where;
+        } else {
+          EXPECT_EQ(rc, static_cast<unsigned long>(-1)) << where;
+          EXPECT_EQ(now, original) << where << ": a failed rename changed the snapshot";
+        }
+        EXPECT_TRUE(ReadsBackWhole("BASE0000.BCF")) << where;
+        EXPECT_EQ(Files(), before) << where << ": the rewrite left a file behind";
+      },
+      [&] { WriteWholeFile(index, original); });
+
+  const std::string out = box_.file("doc.xml");
+  auto documents = [&](const char* what, std::function<unsigned long()> op) {
+    Sweep(
+        what, op,
+        [&](unsigned long rc, const std::string& where) {
+          EXPECT_TRUE(rc == 0 || rc == 2 || rc == 8 || rc == 29 || rc == 87) << where << ": result " << rc;
+          if (rc != 0) {
+            EXPECT_FALSE(FileExists(out)) << where << ": a failed document was left behind";
+          }
+        },
+        [&] { DeleteFileA(out.c_str()); });
+  };
+  const std::string ini = box_.file("watched\\app.ini");
+  const std::string dir = box_.file("watched");
+  documents("file document", [&] { return CompareFilestoXML("BASE0000.BCF", nullptr, ini.c_str(), out.c_str(), 1); });
+  documents("directory document",
+            [&] { return CompareDirtoXML("BASE0000.BCF", nullptr, dir.c_str(), out.c_str(), 1); });
+
+  Sweep(
+      "delete", [&] { return DeleteSnapshot("BASE0000.BCF"); },
+      [&](unsigned long rc, const std::string& where) {
+        EXPECT_TRUE(rc == 0 || rc == 8 || rc == static_cast<unsigned long>(-1)) << where;
+        if (rc != 0) {
+          EXPECT_TRUE(ReadsBackWhole("BASE0000.BCF")) << where << ": a refused delete damaged it";
+        }
+      },
+      [&] {
+        if (!FileExists(index)) {
+          for (const std::string& s : Snapshots()) DeleteSnapshotAt(box_.file(s).c_str());
+          ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "original"), 0u);
+        }
+      });
+}
+
+// Each row writes an index file by hand whose records name companions outside the data folder
+// or the folder itself; deleting it must touch nothing but its own index file.
+TEST_F(Safety, CompanionNamesOutsideTheDataFolderAreNeverUsed) {
+  struct Row {
+    const char* name;
+    const char* records;
+  } rows[] = {
+      {"file copy up", "[FILEINFO_START]\nC:\\a.ini,..\\victim.txt,0,0\n[FILEINFO_END]\n"},
+      {"file copy dot", "[FILEINFO_START]\nC:\\a.ini,.,0,0\n[FILEINFO_END]\n"},
+      {"file copy absolute", "[FILEINFO_START]\nC:\\a.ini,VICTIMDIR\\victim.txt,0,0\n[FILEINFO_END]\n"},
+      {"listing up", "[DIRINFO_START]\nC:\\d,..\\victim.txt,1,0\n[DIRINFO_END]\n"},
+      {"registry dump drive", "[REGINFO_START]\nHKLM\\x,Z:victim.txt,1024,0\n[REGINFO_END]\n"},
+      {"NT folder dot", "[REGNT_START]\nHKLM\\x,.\n[REGNT_END]\n"},
+      {"NT folder up", "[REGNT_START]\nHKLM\\x,..\n[REGNT_END]\n"},
+  };
+  for (const Row& r : rows) {
+    WriteWholeFile(box_.file("victim.txt"), "mine");
+    CreateDirectoryA(box_.file("NIMBRA\\VICTIMDIR").c_str(), nullptr);
+    WriteWholeFile(box_.file("NIMBRA\\VICTIMDIR\\victim.txt"), "mine");
+    WriteWholeFile(box_.file("NIMBRA\\OTHER0000.BSE"), "another snapshot's copy");
+    WriteWholeFile(box_.file("BASE0007.BCF"), std::string("FormatVersion=6\nhostile\n") + r.records);
+    EXPECT_EQ(DeleteSnapshot("BASE0007.BCF"), 0u) << r.name;
+    EXPECT_FALSE(FileExists(box_.file("BASE0007.BCF"))) << r.name;
+    EXPECT_EQ(ReadWholeFile(box_.file("victim.txt")), "mine") << r.name;
+    EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\VICTIMDIR\\victim.txt")), "mine") << r.name;
+    EXPECT_TRUE(FileExists(box_.file("NIMBRA\\OTHER0000.BSE"))) << r.name;
+  }
+}
+
+TEST_F(Safety, UndoBaseDeletesOnlyAnUndoBase) {
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "mine"), 0u);  // BASE0000
+  SnapshotRecord* rec = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(box_.file("BASE0000.BCF").c_str(), rec), 0);
+  // A stale UNDOBASE naming the user's own snapshot (the undo base it named was deleted and the
+  // name given out again): the new undo base must leave it alone.
+  box_.SetOrvalis("UNDOBASE", "BASE0000.BCF");
+  ASSERT_EQ(CreateUndoBaseSnapshot(rec, nullptr, 0), 0u);
+  EXPECT_TRUE(ReadsBackWhole("BASE0000.BCF"));
+  EXPECT_EQ(Undo(), "BASE0001.BCF");
+  // A real undo base is replaced by the next one (which takes the freed name again).
+  ASSERT_EQ(CreateUndoBaseSnapshot(rec, nullptr, 0), 0u);
+  EXPECT_EQ(Snapshots(), (std::set<std::string>{"BASE0000.BCF", "BASE0001.BCF"}));
+  EXPECT_EQ(Undo(), "BASE0001.BCF");
+  // Deleting the undo base by hand forgets it.
+  EXPECT_EQ(DeleteSnapshot("BASE0001.BCF"), 0u);
+  EXPECT_EQ(Undo(), "");
+  FreeSnapshotRecord(rec);
+}
+
+TEST_F(Safety, CopiesOfReadOnlyAndHiddenFilesAreDeletedWithTheirSnapshot) {
+  const std::set<std::string> before = Files();
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "attributes"), 0u);
+  ASSERT_EQ(DeleteSnapshot("BASE0000.BCF"), 0u);
+  EXPECT_EQ(Files(), before);
+}
+
+TEST_F(Safety, RenameKeepsALongDescriptionOnOneLine) {
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "short"), 0u);
+  const std::string index = box_.file("BASE0000.BCF");
+  FILETIME before{};
+  HANDLE h = CreateFileA(index.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+  GetFileTime(h, nullptr, nullptr, &before);
+  CloseHandle(h);
+  const std::string text = std::string(300, 'x') + "\nsecond line";
+  ASSERT_EQ(RenameSnapshot("BASE0000.BCF", text.c_str()), 0u);
+  SnapshotRecord* rec = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(index.c_str(), rec), 0);
+  EXPECT_EQ(std::string(rec->description), std::string(255, 'x'));
+  EXPECT_NE(rec->files, nullptr);  // the records after the description still read
+  FreeSnapshotRecord(rec);
+  FILETIME after{};
+  h = CreateFileA(index.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+  GetFileTime(h, nullptr, nullptr, &after);
+  CloseHandle(h);
+  // The time is kept as the index file records times: DOS packed, to two seconds.
+  WORD d1, t1, d2, t2;
+  FileTimeToDosDateTime(&before, &d1, &t1);
+  FileTimeToDosDateTime(&after, &d2, &t2);
+  EXPECT_EQ(d1, d2);
+  EXPECT_EQ(t1, t2);
+}
+
+TEST_F(Safety, CompressFileWithoutTheEncoderAreaAnswersNoMemory) {
+  WriteWholeFile(box_.file("plain.txt"), std::string(5000, 'a'));
+  FaultPlan plan;
+  plan.Arm("calloc", 1);
+  unsigned long crc = 0;
+  EXPECT_EQ(CompressFile(box_.file("plain.txt").c_str(), box_.file("packed.bin").c_str(), &crc), 8);
+  EXPECT_TRUE(plan.Fired());
+  EXPECT_FALSE(FileExists(box_.file("packed.bin")));
+}
+
+}  // namespace
