@@ -64,8 +64,14 @@ struct SysCompareResult {
 
 // One value as text (64 bytes); 1, or 0 for an item number that has no rendering.
 int FormatSysInfoValue(const SysInfoItem* item, int32_t value, char* out);
-int CompareSysInfo(const SysInfoItem* older, const SysInfoItem* newer, SysCompareResult* result);
-int CompareDrives(const DriveEntry* older, const DriveEntry* newer, SysCompareResult* result);
+// The two comparisons the difference report runs: the two snapshots' records (either may be
+// null: a section missing on that side), the column labels filled from their descriptions. 0, or
+// -1 when the drive list cannot be allocated (what was built is freed).
+int CompareSysInfo(const SnapshotRecord* older, const SnapshotRecord* newer, SysCompareResult* result);
+int CompareDrives(const SnapshotRecord* older, const SnapshotRecord* newer, SysCompareResult* result);
+// The same on bare lists, labels left as the caller set them.
+int CompareSysInfoLists(const SysInfoItem* older, const SysInfoItem* newer, SysCompareResult* result);
+int CompareDriveTables(const DriveEntry* older, const DriveEntry* newer, SysCompareResult* result);
 void FreeSysInfoChanges(SysInfoChange* list);
 void FreeDriveChanges(DriveChange* list);
 

@@ -6,6 +6,7 @@
 
 #include "base/io.h"
 #include "base/lists.h"
+#include "base/messages.h"
 #include "base/textutil.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
@@ -16,11 +17,11 @@ namespace {
 
 UINT LabelId(uint16_t item) {
   switch (item) {
-    case 1: case 16: return 1360;
-    case 2: return 1361;
-    case 3: return 1362;
-    case 5: return 1363;
-    case 9: return 1359;
+    case 1: case 16: return IDS_LABEL_PROCESSOR;
+    case 2: return IDS_LABEL_COPROCESSOR;
+    case 3: return IDS_LABEL_MEMORY;
+    case 5: return IDS_LABEL_WINDOWS;
+    case 9: return IDS_LABEL_VENDOR;
     default: return 0;
   }
 }
@@ -75,10 +76,10 @@ size_t ColumnLength(const char* text, int n) {
 void SpaceText(const DriveEntry& d, char* out, size_t cap) {
   char unit[16];
   if (d.type == DRIVE_REMOVABLE) {
-    LoadLocalString(1377, out, static_cast<int>(cap));
+    LoadLocalString(IDS_REMOVABLE_MEDIA, out, static_cast<int>(cap));
     return;
   }
-  LoadLocalString(1378, unit, sizeof unit);
+  LoadLocalString(IDS_SPACE_UNIT, unit, sizeof unit);
   std::snprintf(out, cap, "%lu %s", static_cast<unsigned long>(d.freeKB), unit);
 }
 
@@ -103,7 +104,7 @@ int FormatSysInfoValue(const SysInfoItem* item, int32_t value, char* out) {
       return 1;
     }
     case 2:
-      LoadLocalString(value == 1 ? 1369 : 1370, out, 64);
+      LoadLocalString(value == 1 ? IDS_COPROCESSOR_PRESENT : IDS_COPROCESSOR_ABSENT, out, 64);
       return 1;
     case 3:
       std::snprintf(out, 64, "%iK", static_cast<int>(value));
@@ -112,7 +113,7 @@ int FormatSysInfoValue(const SysInfoItem* item, int32_t value, char* out) {
       if (value)
         std::snprintf(out, 64, "%i.%02i", static_cast<int>(value >> 16), static_cast<int>(value & 0xFFFF));
       else
-        LoadLocalString(1368, out, 64);
+        LoadLocalString(IDS_NOT_AVAILABLE, out, 64);
       return 1;
     case 9:
     case 16:
@@ -123,14 +124,38 @@ int FormatSysInfoValue(const SysInfoItem* item, int32_t value, char* out) {
   }
 }
 
-int CompareSysInfo(const SysInfoItem* older, const SysInfoItem* newer, SysCompareResult* result) {
+namespace {
+
+// The column headers of both sections: each side's display name, its description cut to what
+// the header holds.
+void FillLabels(const SnapshotRecord* older, const SnapshotRecord* newer, SysCompareResult* result) {
+  CopyText(result->olderLabel, older ? older->description : "", sizeof result->olderLabel);
+  CopyText(result->newerLabel, newer ? newer->description : "", sizeof result->newerLabel);
+}
+
+}  // namespace
+
+int CompareSysInfo(const SnapshotRecord* older, const SnapshotRecord* newer, SysCompareResult* result) {
+  FillLabels(older, newer, result);
+  return CompareSysInfoLists(older ? older->sysInfo : nullptr, newer ? newer->sysInfo : nullptr, result);
+}
+
+int CompareDrives(const SnapshotRecord* older, const SnapshotRecord* newer, SysCompareResult* result) {
+  FillLabels(older, newer, result);
+  return CompareDriveTables(older ? older->drives : nullptr, newer ? newer->drives : nullptr, result);
+}
+
+int CompareSysInfoLists(const SysInfoItem* older, const SysInfoItem* newer, SysCompareResult* result) {
   int names = 0;
   for (const SysInfoItem* i = older; i; i = i->next) names += i->item == 16 && i->text;
   for (const SysInfoItem* i = newer; i; i = i->next) names += i->item == 16 && i->text;
 
   if (!older || !newer) {
     SysInfoChange* c = AppendSysChange(result);
-    if (c) LoadLocalString(!older && !newer ? 251 : !newer ? 250 : 249, c->text, sizeof c->text);
+    const UINT id = !older && !newer ? IDS_SYSINFO_NOT_IN_EITHER
+                    : !newer         ? IDS_SYSINFO_NOT_IN_NEWER
+                                     : IDS_SYSINFO_NOT_IN_OLDER;
+    if (c) LoadLocalString(id, c->text, sizeof c->text);
     return 0;
   }
   for (SysInfoItem* i = const_cast<SysInfoItem*>(newer); i; i = i->next) i->flags &= ~2;
@@ -153,7 +178,7 @@ int CompareSysInfo(const SysInfoItem* older, const SysInfoItem* newer, SysCompar
       changed = !SameValue(o, match);
     } else {
       changed = true;
-      LoadLocalString(1368, newValue, sizeof newValue);
+      LoadLocalString(IDS_NOT_AVAILABLE, newValue, sizeof newValue);
     }
     SysInfoChange* c = AppendSysChange(result);
     if (!c) continue;
@@ -167,7 +192,7 @@ int CompareSysInfo(const SysInfoItem* older, const SysInfoItem* newer, SysCompar
     char oldValue[64] = "Unknown", newValue[64], label[64];
     if (!FormatSysInfoValue(n, n->value, newValue)) continue;
     char na[64];
-    if (LoadLocalString(1368, na, sizeof na) > 0) CopyText(oldValue, na, sizeof oldValue);
+    if (LoadLocalString(IDS_NOT_AVAILABLE, na, sizeof na) > 0) CopyText(oldValue, na, sizeof oldValue);
     Label(n->item, label, sizeof label);
     SysInfoChange* c = AppendSysChange(result);
     if (!c) continue;
@@ -178,12 +203,15 @@ int CompareSysInfo(const SysInfoItem* older, const SysInfoItem* newer, SysCompar
   return 0;
 }
 
-int CompareDrives(const DriveEntry* older, const DriveEntry* newer, SysCompareResult* result) {
+int CompareDriveTables(const DriveEntry* older, const DriveEntry* newer, SysCompareResult* result) {
   if (!older || !newer) {
     DriveChange* c = AppendDriveChange(result);
     if (!c) return -1;
     c->flags = 8;
-    LoadLocalString(!older && !newer ? 1379 : !newer ? 1381 : 1380, c->text, sizeof c->text);
+    const UINT id = !older && !newer ? IDS_DRIVES_NOT_IN_EITHER
+                    : !newer         ? IDS_DRIVES_NOT_IN_NEWER
+                                     : IDS_DRIVES_NOT_IN_OLDER;
+    LoadLocalString(id, c->text, sizeof c->text);
     return 0;
   }
   for (int i = 0; i < 26; ++i) {
@@ -198,7 +226,7 @@ int CompareDrives(const DriveEntry* older, const DriveEntry* newer, SysCompareRe
     }
     c->drive = static_cast<uint16_t>(i);
     char first[80], second[80], absent[64];
-    LoadLocalString(1376, absent, sizeof absent);
+    LoadLocalString(IDS_DRIVE_ABSENT, absent, sizeof absent);
     if (o.type) {
       c->flags |= 1;
       c->type = o.type;
@@ -240,7 +268,7 @@ void FreeDriveChanges(DriveChange* list) { FreeChain(list); }
 
 void WriteSysInfoReport(FILE* f, const SysCompareResult* r) {
   char heading[256];
-  LoadLocalString(1542, heading, sizeof heading);
+  LoadLocalString(IDS_HEADING_SYSINFO, heading, sizeof heading);
   std::fprintf(f, "%s\n\n", heading);
   size_t w1 = std::strlen(r->olderLabel), w2 = std::strlen(r->newerLabel);
   for (const SysInfoChange* c = r->sysInfo; c; c = c->next) {
@@ -263,7 +291,7 @@ void WriteSysInfoReport(FILE* f, const SysCompareResult* r) {
 
 void WriteDrivesReport(FILE* f, const SysCompareResult* r) {
   char heading[256];
-  LoadLocalString(1543, heading, sizeof heading);
+  LoadLocalString(IDS_HEADING_DRIVES, heading, sizeof heading);
   std::fprintf(f, "%s\n\n", heading);
   // Columns of a drive line: letter, older space, newer space. A message node has no TAB and
   // is shown in the older column.

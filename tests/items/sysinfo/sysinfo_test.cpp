@@ -216,9 +216,12 @@ TEST(SysInfoCompare, EveryItemGivesALineAndTheNameSupersedesTheClass) {
   SysInfoItem* newer = Chain({Item(1, 5), Item(2, 1), Item(3, 131072), Item(5, 0x00050000),
                               Item(16, 0, "Pentium II MMX")});
   SysCompareResult r{};
-  lstrcpynA(r.olderLabel, "BASE0000.BCF", 32);
-  lstrcpynA(r.newerLabel, "BASE0001.BCF", 32);
-  ASSERT_EQ(CompareSysInfo(older, newer, &r), 0);
+  SnapshotRecord olderRec{}, newerRec{};
+  lstrcpynA(olderRec.description, "BASE0000.BCF", 260);
+  lstrcpynA(newerRec.description, "BASE0001.BCF", 260);
+  olderRec.sysInfo = older;
+  newerRec.sysInfo = newer;
+  ASSERT_EQ(CompareSysInfo(&olderRec, &newerRec, &r), 0);
   std::string lines;
   for (SysInfoChange* c = r.sysInfo; c; c = c->next) lines += std::to_string(c->flags) + "|" + c->text + "\n";
   EXPECT_EQ(lines,
@@ -238,7 +241,7 @@ TEST(SysInfoCompare, EveryItemGivesALineAndTheNameSupersedesTheClass) {
             "**Processor       Not available Pentium II MMX\r\n\r\n");
   FreeSysInfoChanges(r.sysInfo);
   r.sysInfo = nullptr;
-  ASSERT_EQ(CompareSysInfo(older, nullptr, &r), 0);
+  ASSERT_EQ(CompareSysInfo(&olderRec, nullptr, &r), 0);
   EXPECT_STREQ(r.sysInfo->text, "This information is not contained in the newer snapshot");
   FreeSysInfoChanges(r.sysInfo);
   FreeSysInfoList(older);
@@ -255,9 +258,15 @@ TEST(DriveCompare, PresenceAndNetworkNamesMarkChanges) {
   older[13] = {DRIVE_REMOTE, 5, 10, "\\\\a\\x"};
   newer[13] = {DRIVE_REMOTE, 5, 10, "\\\\b\\x"};
   SysCompareResult r{};
-  lstrcpynA(r.olderLabel, "Monday", 32);
+  SnapshotRecord olderRec{}, newerRec{};
+  // The labels are the descriptions, cut to the header's 31 characters.
+  lstrcpynA(olderRec.description, "Monday", 260);
+  lstrcpynA(newerRec.description, "Tuesday, after the printer driver update", 260);
+  olderRec.drives = older;
+  newerRec.drives = newer;
+  ASSERT_EQ(CompareDrives(&olderRec, &newerRec, &r), 0);
+  EXPECT_STREQ(r.newerLabel, "Tuesday, after the printer driv");
   lstrcpynA(r.newerLabel, "Tuesday", 32);
-  ASSERT_EQ(CompareDrives(older, newer, &r), 0);
   std::string lines;
   for (DriveChange* c = r.drives; c; c = c->next) lines += std::to_string(c->flags) + "|" + c->text + "\n";
   EXPECT_EQ(lines,
@@ -277,7 +286,7 @@ TEST(DriveCompare, PresenceAndNetworkNamesMarkChanges) {
             "      \\\\a\\x        \\\\b\\x       \r\n\r\n");
   FreeDriveChanges(r.drives);
   r.drives = nullptr;
-  ASSERT_EQ(CompareDrives(nullptr, newer, &r), 0);
+  ASSERT_EQ(CompareDrives(nullptr, &newerRec, &r), 0);
   EXPECT_EQ(r.drives->flags, 8);
   EXPECT_STREQ(r.drives->text, "Drive information is not contained in the older snapshot");
   FreeDriveChanges(r.drives);
