@@ -324,6 +324,14 @@ TEST_F(DirSnapshots, Documents) {
   EXPECT_NE(listing.find("<FNAME><![CDATA[with, comma.txt]]></FNAME><CHGFLAG flag=\"X\"/>"), std::string::npos);
   EXPECT_EQ(listing.find("flag=\"O\""), std::string::npos);
   EXPECT_EQ(listing.find("flag=\"F\""), std::string::npos);
+  // The directory named in another case: a file added on the live side (whose nodes carry that
+  // spelling) still shows its bare name.
+  WriteWholeFile(root_ + "\\added.txt", "new");
+  std::string shouted = root_;
+  for (char& c : shouted) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, shouted.c_str(), out.c_str(), 1), 0u);
+  EXPECT_NE(ReadWholeFile(out).find("<FNAME><![CDATA[added.txt]]></FNAME><CHGFLAG flag=\"N\"/>"), std::string::npos)
+      << ReadWholeFile(out);
 }
 
 TEST_F(DirSnapshots, FiltersOfTheConfigurationFileApply) {
