@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "base/results.h"
+
 namespace {
 
 HMODULE g_engine = nullptr;
@@ -32,16 +34,9 @@ using IntGet = int(__cdecl*)(void);
 using IntSet = int(__cdecl*)(const char*);
 
 const char* Meaning(unsigned long rc) {
+  if (const char* text = orvalis::ResultText(static_cast<uint32_t>(rc))) return text;
   switch (rc) {
-    case 0: return "done";
     case 1: return "failed";
-    case 2: return "the file cannot be created or found";
-    case 8: return "not enough memory";
-    case 13: return "invalid data (profile, location or snapshot)";
-    case 87: return "invalid parameter (the snapshot does not hold that item)";
-    case 110: return "a report or folder cannot be opened";
-    case 120: return "not available in this build of the engine";
-    case 1154: return "a companion library cannot be loaded";
     case 0xFFFFFFFFul: return "the snapshot cannot be read";
     default: return "see the Windows error code";
   }
@@ -396,7 +391,7 @@ int main(int argc, char** argv) {
   g_engine = LoadLibraryA(dll.c_str());
   if (!g_engine) {
     std::fprintf(stderr, "orvalis: cannot load %s (error %lu)\n", dll.c_str(), GetLastError());
-    return 1154;
+    return orvalis::kResultBadLibrary;
   }
   int rc = cmd->run(args);
   FreeLibrary(g_engine);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/io.h"
+#include "base/results.h"
 #include "base/textutil.h"
 #include "drivers/delete.h"
 #include "engine/context.h"
@@ -175,7 +176,7 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   WriteLogF("DestDir%s", destination ? destination : "");
   Profile* profile;
   SnapshotRecord* rec;
-  if (!NewRecords(&profile, &rec)) return 8;
+  if (!NewRecords(&profile, &rec)) return kResultNoMemory;
   CopyText(profile->path, profilePath ? profilePath : "", sizeof profile->path);
   ReadProfile(profile);
   WaitCursor cursor;
@@ -202,7 +203,7 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
 uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags) {
   Profile* profile;
   SnapshotRecord* rec;
-  if (!NewRecords(&profile, &rec)) return 8;
+  if (!NewRecords(&profile, &rec)) return kResultNoMemory;
   for (const SnapFileEntry* e = restoring->files; e; e = e->next) {
     ProfileFileEntry* p = AppendProfileFile(profile);
     if (!p) break;
@@ -242,24 +243,24 @@ uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* des
 uint32_t CreateFromDefaultProfile(const char* description, uint16_t flags) {
   char profile[MAX_PATH], destination[MAX_PATH];
   GetDefaultProfile(profile);
-  if (!profile[0]) return 13;
-  if (GetSnapshotDestinationLocation(destination) != 0) return 13;
+  if (!profile[0]) return kResultInvalidData;
+  if (GetSnapshotDestinationLocation(destination) != 0) return kResultInvalidData;
   return CreateSnapshot(profile, destination, description, 0, flags);
 }
 
 uint32_t CreateFromSpecifiedProfile(const char* profile, const char* description, uint16_t flags) {
-  if (!profile) return 13;
+  if (!profile) return kResultInvalidData;
   char path[MAX_PATH];
   if (!std::strchr(profile, '\\')) {
     char source[MAX_PATH];
     GetProfileSourceLocation(source);
-    if (!source[0]) return 13;
-    if (!JoinPath(path, sizeof path, source, profile)) return 13;
+    if (!source[0]) return kResultInvalidData;
+    if (!JoinPath(path, sizeof path, source, profile)) return kResultInvalidData;
   } else {
     CopyText(path, profile, sizeof path);
   }
   char destination[MAX_PATH];
-  if (GetSnapshotDestinationLocation(destination) != 0) return 13;
+  if (GetSnapshotDestinationLocation(destination) != 0) return kResultInvalidData;
   return CreateSnapshot(path, destination, description, 0, flags);
 }
 

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "base/results.h"
 #include "base/textutil.h"
 #include "engine/settings.h"
 #include "engine/sys.h"
@@ -30,7 +31,7 @@ int DeleteSnapshotFiles(SnapshotRecord* rec) {
 
 uint32_t DeleteSnapshotAt(const char* path) {
   SnapshotRecord* rec = NewSnapshotRecord();
-  if (!rec) return 8;
+  if (!rec) return kResultNoMemory;
   int rc = LoadSnapshot(path, rec);
   if (rc == 0) {
     DeleteSnapshotFiles(rec);

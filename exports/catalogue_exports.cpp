@@ -1,6 +1,7 @@
 // Catalogue exports: list, delete and rename the snapshots beside the engine.
 #include <cstdio>
 
+#include "base/results.h"
 #include "base/textutil.h"
 #include "drivers/delete.h"
 #include "engine/context.h"
@@ -22,7 +23,7 @@ bool BesideEngine(const char* name, char* out) {
 extern "C" unsigned long GetSnapshotList(const char* outFolder, const char* outName) {
   InitEngine();
   char out[MAX_PATH], folder[MAX_PATH];
-  if (!outFolder || !outName || !JoinPath(out, sizeof out, outFolder, outName)) return 110;
+  if (!outFolder || !outName || !JoinPath(out, sizeof out, outFolder, outName)) return kResultOpenFailed;
   GetModuleFolderWithSlash(folder);
   return WriteSnapshotList(folder, out);
 }
@@ -32,7 +33,7 @@ extern "C" unsigned long GetSnapshotList(const char* outFolder, const char* outN
 extern "C" unsigned long DeleteSnapshot(const char* name) {
   InitEngine();
   char path[MAX_PATH];
-  if (!BesideEngine(name, path)) return 13;
+  if (!BesideEngine(name, path)) return kResultInvalidData;
   return DeleteSnapshotAt(path);
 }
 

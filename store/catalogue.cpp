@@ -7,6 +7,7 @@
 
 #include "base/datetext.h"
 #include "base/io.h"
+#include "base/results.h"
 #include "base/textutil.h"
 #include "engine/files.h"
 #include "engine/strings.h"
@@ -18,12 +19,12 @@ namespace orvalis {
 
 uint32_t WriteSnapshotList(const char* folder, const char* outPath) {
   char* work = static_cast<char*>(Io().calloc(520, 1));
-  if (!work) return 8;
+  if (!work) return kResultNoMemory;
   FILE* out = Io().fopen(outPath, "wt");
   if (!out) {
     Io().free(work);
     ShowOpenFailed(outPath);
-    return 110;
+    return kResultOpenFailed;
   }
   std::fprintf(out, "%s\n", "<?xml version = \"1.0\"?>");
   std::fprintf(out, "%s\n", "<!DOCTYPE SNAPSHOTLIST SYSTEM \"snaplist.dtd\">");

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "base/io.h"
+#include "base/results.h"
 #include "base/textutil.h"
 #include "engine/context.h"
 #include "engine/strings.h"
@@ -24,14 +25,14 @@ uint32_t WriteDirComparison(const char* older, const char* newer, const char* di
   if (older) {
     if (!EngineSnapshotPath(older, index) ||
         !FindDirInfoRecord(index, directory, olderListing, &olderCompressed, &olderCrc))
-      return 87;
+      return kResultInvalidParameter;
   } else if (!live) {
-    return 87;
+    return kResultInvalidParameter;
   }
   if (newer) {
     if (!EngineSnapshotPath(newer, index) ||
         !FindDirInfoRecord(index, directory, newerListing, &newerCompressed, &newerCrc))
-      return 87;
+      return kResultInvalidParameter;
     flags |= 0x80;
     oneSided = false;
   } else if (live) {
@@ -39,7 +40,7 @@ uint32_t WriteDirComparison(const char* older, const char* newer, const char* di
     oneSided = false;
   }
   auto* rec = static_cast<DirCompareRecord*>(Io().calloc(1, sizeof(DirCompareRecord)));
-  if (!rec) return 8;
+  if (!rec) return kResultNoMemory;
   rec->flags = flags | 0x4000;
   CopyText(rec->path, directory, sizeof rec->path);
   CopyText(rec->olderListing, olderListing, sizeof rec->olderListing);
@@ -52,9 +53,9 @@ uint32_t WriteDirComparison(const char* older, const char* newer, const char* di
   DirFilters* filters = nullptr;
   if (std::snprintf(cfg, sizeof cfg, "%sORVALIS.CFG", folder) < MAX_PATH && LoadDirFilters(cfg, &filters) != 0) {
     Io().free(rec);
-    return 8;
+    return kResultNoMemory;
   }
-  uint32_t rc = 87;
+  uint32_t rc = kResultInvalidParameter;
   if (CompareDirectory(rec, filters)) {
     FILE* out = Io().fopen(output, "wt");
     if (!out) {

@@ -19,16 +19,16 @@ uint32_t WriteSysFileComparison(const char* older, const char* newer, const char
                                            int live) {
   char olderCopy[MAX_PATH], newerCopy[MAX_PATH] = "", index[MAX_PATH];
   if (older) {
-    if (!EngineSnapshotPath(older, index) || !FindFileInfoCopy(index, file, olderCopy)) return 87;
+    if (!EngineSnapshotPath(older, index) || !FindFileInfoCopy(index, file, olderCopy)) return kResultInvalidParameter;
   } else if (live) {
     CopyText(olderCopy, file, sizeof olderCopy);
   } else {
-    return 87;
+    return kResultInvalidParameter;
   }
   uint16_t flags = 0x42;
   bool oneSided = true;
   if (newer) {
-    if (!EngineSnapshotPath(newer, index) || !FindFileInfoCopy(index, file, newerCopy)) return 87;
+    if (!EngineSnapshotPath(newer, index) || !FindFileInfoCopy(index, file, newerCopy)) return kResultInvalidParameter;
     flags = 0xC2;
     oneSided = false;
   } else if (live) {
@@ -37,7 +37,7 @@ uint32_t WriteSysFileComparison(const char* older, const char* newer, const char
     oneSided = false;
   }
   auto* item = static_cast<FileCompareItem*>(Io().calloc(1, sizeof(FileCompareItem)));
-  if (!item) return 8;
+  if (!item) return kResultNoMemory;
   item->flags = flags;
   CopyText(item->path, file, sizeof item->path);
   CopyText(item->olderCopy, olderCopy, sizeof item->olderCopy);
@@ -51,7 +51,7 @@ uint32_t WriteSysFileComparison(const char* older, const char* newer, const char
   FILE* out = Io().fopen(output, "wt");
   if (!out) {
     ShowDestinationError(output);
-    rc = 2;
+    rc = kResultFileNotFound;
   } else {
     rc = static_cast<uint32_t>(WriteSysFileDocument(out, item, oneSided));
     // A document cut short (no memory half-way, a full disk) is no document: it goes.
