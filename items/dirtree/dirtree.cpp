@@ -418,7 +418,7 @@ struct DirFilters {
 
 namespace {
 
-// Appends the section's rules in key order. An empty value is a file specification like any
+// Appends the section's rules in key order. An empty value is a filter like any
 // other (an empty name and extension). False when memory ran out.
 bool LoadSection(const char* file, const char* section, FileFilter** byExt, FileFilter** byName) {
   char keys[2048];

@@ -194,7 +194,7 @@ TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
   EXPECT_TRUE(FilterAdmits(none, "anything.at.all"));
   FreeDirFilters(none);
 
-  // An empty value is a file specification too: an include list holding only it admits no file
+  // An empty value is a filter too: an include list holding only it admits no file
   // that has a name.
   const std::string onlyEmpty = box_.file("EMPTY.CFG");
   WritePrivateProfileStringA("INC_FILTER", "1", "", onlyEmpty.c_str());
