@@ -59,15 +59,6 @@ typedef struct ChangeNode {
 } ChangeNode;
 
 #ifdef __cplusplus
-// The one letter a consumer writes for a node: the first of O, F, T, N whose bit is set, else X.
-inline char ChangeLetter(uint16_t flags) {
-  if (flags & kChangeOlder) return 'O';
-  if (flags & kChangeFrom) return 'F';
-  if (flags & kChangeTo) return 'T';
-  if (flags & kChangeNewer) return 'N';
-  return 'X';
-}
-
 // The registry value type's name in the documents and the report.
 inline const char* RegTypeName(uint32_t type) {
   static const char* const names[] = {"none", "sz",    "exsz",  "bin",   "dw", "dwbe",

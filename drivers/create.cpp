@@ -15,7 +15,9 @@
 #include "engine/log.h"
 #include "engine/settings.h"
 #include "engine/sys.h"
+#include "items/assets/assets.h"
 #include "items/dirtree/dirtree.h"
+#include "items/registry/registry.h"
 #include "items/sysfiles/sysfiles.h"
 #include "items/sysinfo/sysinfo.h"
 #include "profiles/profile.h"
@@ -92,33 +94,54 @@ namespace {
 // return 0 or their own non-zero code, which the driver only logs.
 using StageFn = int (*)(FILE* f, const Profile* profile, SnapshotRecord* rec);
 
+enum class Platform { kAny, kWindows9x, kWindowsNT };
+
 struct Stage {
   const char* name;        // for the fault tests and the debugger, never logged
   bool inUndoBase;         // the undo base runs it too
+  Platform platform;       // the registry backup has one stage per platform
   const char* before;      // logged before the stage (snapshot only), may be null
+  const char* after;       // logged after it whatever its result (snapshot only), may be null
   const char* failure;     // logged when it fails (snapshot only)
   StageFn run;
 };
 
+int RegInfoStage(FILE* f, const Profile* profile, SnapshotRecord* rec) { return WriteRegInfo(f, profile, rec); }
+int RegBackStage(FILE* f, const Profile*, SnapshotRecord* rec) { return WriteRegBackInfo(f, rec); }
+int RegNtStage(FILE* f, const Profile*, SnapshotRecord* rec) { return WriteNTRegRestoreInfo(f, rec); }
+int AssetInfoStage(FILE* f, const Profile* profile, SnapshotRecord* rec) {
+  return WriteAssetInfoSection(f, profile, rec);
+}
 int DirInfoStage(FILE* f, const Profile* profile, SnapshotRecord* rec) { return WriteDirInfoSection(f, profile, rec); }
 int FileInfoStage(FILE* f, const Profile* profile, SnapshotRecord* rec) { return WriteFileInfo(f, profile, rec); }
 
-// Every stage after the easy sections, in the order the index file holds them. The registry
-// (REGINFO, then REGBACK or REGNT by platform) and asset (ASSETINFO) stages take their places
-// at the head of this table.
+// Every stage after the easy sections, in the order the index file holds them; the snapshot and
+// the undo base both run this table (the undo base has no directories).
 const Stage kStages[] = {
-    {"dirinfo", false, "Writing base dir info", "Failed to write dir info", DirInfoStage},
-    {"fileinfo", true, "Writing base sys file info", "Failed to write sys file info", FileInfoStage},
+    {"reginfo", true, Platform::kAny, nullptr, nullptr, "Failed to write reg info", RegInfoStage},
+    {"regback", true, Platform::kWindows9x, nullptr, nullptr, "failed to write base reg restore info", RegBackStage},
+    {"regnt", true, Platform::kWindowsNT, nullptr, "Completed WriteBaseNTRegRestoreInfo",
+     "Failed to write NT reg restore info", RegNtStage},
+    {"assetinfo", true, Platform::kAny, "Writing base asset info", "Completed writing base asset info",
+     "Failed to write asset info", AssetInfoStage},
+    {"dirinfo", false, Platform::kAny, "Writing base dir info", nullptr, "Failed to write dir info", DirInfoStage},
+    {"fileinfo", true, Platform::kAny, "Writing base sys file info", nullptr, "Failed to write sys file info",
+     FileInfoStage},
 };
 
 // Runs the stages of one creation. A stage counts as failed when it says so or when the index
 // file has had a write fail by its end (disk full): the file would not read back whole. The
 // failing stage's line (snapshot only), or null with true.
 bool RunStages(FILE* f, const Profile* profile, SnapshotRecord* rec, bool undoBase, const char** failure) {
+  // The top bit of the version: Windows 95/98 keeps copies of its registry files, NT saves keys.
+  const Platform platform = (Sys().GetVersion() & 0x80000000u) ? Platform::kWindows9x : Platform::kWindowsNT;
   for (const Stage& stage : kStages) {
     if (undoBase && !stage.inUndoBase) continue;
+    if (stage.platform != Platform::kAny && stage.platform != platform) continue;
     if (!undoBase && stage.before) WriteLog(stage.before);
-    if (stage.run(f, profile, rec) != 0 || std::ferror(f)) {
+    const int rc = stage.run(f, profile, rec);
+    if (!undoBase && stage.after) WriteLog(stage.after);
+    if (rc != 0 || std::ferror(f)) {
       *failure = undoBase ? nullptr : stage.failure;
       return false;
     }

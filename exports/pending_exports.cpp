@@ -14,9 +14,7 @@ extern "C" unsigned long CreateReportOfDirectoryDifferences(const char*, const c
 extern "C" unsigned long CreateReportOfAssetDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
 extern "C" unsigned long CreateReportOfSysInfoDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
 extern "C" unsigned long CreateReportOfDriveDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CompareRegtoXML(const char*, const char*, const char*, const char*, int) { return kResultNotAvailable; }
 extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return kResultNotAvailable; }
-extern "C" unsigned long CompareAssettoXML(const char*, const char*, const char*, const char*, int) { return kResultNotAvailable; }
 extern "C" unsigned long RestoreFromSpecifiedSnapshot(const char*) { return kResultNotAvailable; }
 extern "C" unsigned long RestoreFromInitialSnapshot(void) { return kResultNotAvailable; }
 extern "C" unsigned long RestoreFromMostRecentSnapshot(void) { return kResultNotAvailable; }

@@ -2,7 +2,9 @@
 #include "base/results.h"
 #include "engine/context.h"
 #include "exports/exports.h"
+#include "items/assets/assets.h"
 #include "items/dirtree/dirtree.h"
+#include "items/registry/registry.h"
 #include "items/sysfiles/sysfiles.h"
 
 using namespace orvalis;
@@ -32,4 +34,29 @@ extern "C" unsigned long CompareDirtoXML(const char* older, const char* newer, c
   InitEngine();
   if (!directory || !output) return kResultInvalidParameter;
   return WriteDirComparison(older, newer, directory, output, live);
+}
+
+// CompareRegtoXML (first, second, key, destination, live): the REGKEYXML document of one registry
+// key between two snapshots, a snapshot and the live registry (live non-zero), or one snapshot
+// alone (a listing, every node "X"). first and second are index file names beside the engine.
+// Results: 87 when key or destination is missing, a named snapshot does not list the key, or
+// neither a first snapshot nor live is given; 0 otherwise, also when the destination cannot be
+// created (the "Destination file is invalid" box is shown) or the tree cannot be built (the
+// document then has only its frame).
+extern "C" unsigned long CompareRegtoXML(const char* first, const char* second, const char* key,
+                                         const char* destination, int live) {
+  InitEngine();
+  if (!key || !destination) return kResultInvalidParameter;
+  return WriteRegComparison(first, second, key, destination, live);
+}
+
+// CompareAssettoXML (first, second, asset, destination, live): the ASSETXML document of one
+// installed-program asset between two snapshots, a snapshot and the live files (live non-zero),
+// or one snapshot alone (a listing, every node "X"). Results as CompareRegtoXML's: 87 for a
+// missing argument, an asset a named snapshot does not list, or no side; 0 otherwise.
+extern "C" unsigned long CompareAssettoXML(const char* first, const char* second, const char* asset,
+                                           const char* destination, int live) {
+  InitEngine();
+  if (!asset || !destination) return kResultInvalidParameter;
+  return WriteAssetComparison(first, second, asset, destination, live);
 }

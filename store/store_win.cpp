@@ -173,16 +173,28 @@ bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out) {
       [&](const SnapFileEntry&, const char* companion) { CopyText(out, companion, MAX_PATH); });
 }
 
+bool FindGroupRecord(const char* indexPath, RecordGroup group, const char* name, char* companion, int32_t* first,
+                     uint32_t* second) {
+  using Reader = int (*)(const char*, SnapshotRecord*, int);
+  Reader read = group == RecordGroup::kRegInfo     ? ReadRegInfoSection
+                : group == RecordGroup::kAssetInfo ? ReadAssetInfoSection
+                                                   : ReadDirInfoSection;
+  return FindRecord<SnapGroupEntry>(
+      indexPath, name, read,
+      [group](const SnapshotRecord& r) {
+        return group == RecordGroup::kRegInfo ? r.regKeys : group == RecordGroup::kAssetInfo ? r.assets : r.dirs;
+      },
+      [](const SnapGroupEntry& e) { return e.name; },
+      [&](const SnapGroupEntry& e, const char* path) {
+        CopyText(companion, path, MAX_PATH);
+        if (first) *first = e.first;
+        if (second) *second = e.second;
+      });
+}
+
 bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
                        uint32_t* crc) {
-  return FindRecord<SnapGroupEntry>(
-      indexPath, directory, ReadDirInfoSection, [](const SnapshotRecord& r) { return r.dirs; },
-      [](const SnapGroupEntry& e) { return e.name; },
-      [&](const SnapGroupEntry& e, const char* companion) {
-        CopyText(listing, companion, MAX_PATH);
-        *compressed = e.first;
-        *crc = e.second;
-      });
+  return FindGroupRecord(indexPath, RecordGroup::kDirInfo, directory, listing, compressed, crc);
 }
 
 }  // namespace orvalis

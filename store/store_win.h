@@ -35,6 +35,12 @@ void DeleteCompanionFile(const char* dataFolder, const char* name);
 // The FILEINFO record of filePath (compared without regard to case) in an index file: the full
 // path of its saved copy into out (260). False when the file cannot be read or holds no record.
 bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out);
+// The record of a registry key, asset or directory (name compared without regard to case): its
+// companion's full path into companion (260) and its two numbers (either pointer may be null).
+// False when the file cannot be read, holds no such record or the record has no usable companion.
+enum class RecordGroup { kRegInfo, kAssetInfo, kDirInfo };
+bool FindGroupRecord(const char* indexPath, RecordGroup group, const char* name, char* companion, int32_t* first,
+                     uint32_t* second);
 // The DIRINFO record of a directory: its listing's full path, compressed flag and CRC.
 bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
                        uint32_t* crc);
