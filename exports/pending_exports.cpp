@@ -7,13 +7,6 @@ using orvalis::kResultNotAvailable;
 
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return kResultNotAvailable; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfSnapshotDifferences(const char*, const char*, const char*) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfFileDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfRegistryDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfDirectoryDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfAssetDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfSysInfoDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
-extern "C" unsigned long CreateReportOfDriveDifferences(const char*, const char*, const char*, int) { return kResultNotAvailable; }
 extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return kResultNotAvailable; }
 extern "C" unsigned long RestoreFromSpecifiedSnapshot(const char*) { return kResultNotAvailable; }
 extern "C" unsigned long RestoreFromInitialSnapshot(void) { return kResultNotAvailable; }

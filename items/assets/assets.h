@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "base/changetree.h"
+#include "base/report_text.h"
 #include "profiles/profile.h"
 #include "store/snapshot.h"
 
@@ -27,6 +28,10 @@ int WriteAssetInfoSection(FILE* f, const Profile* profile, SnapshotRecord* rec);
 ChangeNode* BuildAssetChangeTree(const char* first, const char* second, const char* asset, int live, uint32_t flags,
                                  uint32_t value);
 void FreeAssetChangeTree(ChangeNode* tree);
+
+// One report item per asset of the older snapshot, compared with the newer snapshot's record of
+// it or, with newer null, the live files.
+ReportTreeItem* CompareSnapshotAssets(const SnapshotRecord* older, const SnapshotRecord* newer);
 
 // The ASSETXML document: 0, 2 (destination cannot be opened, after the destination box) or 8.
 uint32_t WriteAssetXml(const ChangeNode* tree, const char* destination, bool listing);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/report_text.h"
 #include "profiles/profile.h"
 #include "store/snapshot.h"
 
@@ -90,6 +91,10 @@ int WriteDirInfoSection(FILE* f, const Profile* profile, SnapshotRecord* rec);
 // (an output that cannot be created is shown in the destination box); 87 a named snapshot does
 // not hold the directory, nothing to compare, or the comparison failed; 8 no memory.
 uint32_t WriteDirComparison(const char* older, const char* newer, const char* directory, const char* output, int live);
+// One report item per directory of the older snapshot, compared with the newer snapshot's listing
+// or, with newer null, the live disk; a directory one side lacks carries the message that says so.
+ReportTreeItem* CompareSnapshotDirectories(const SnapshotRecord* older, const SnapshotRecord* newer,
+                                                  const DirFilters* filters);
 // Deletes a snapshot's directory listings from its data folder.
 void DeleteDirListings(const SnapshotRecord* rec, const char* dataFolder);
 

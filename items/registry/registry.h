@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "base/changetree.h"
+#include "base/report_text.h"
 #include "profiles/profile.h"
 #include "store/snapshot.h"
 
@@ -35,6 +36,11 @@ int CopyRegistryFile(const char* source, const char* target, int compress, uint3
 // with FreeRegChangeTree.
 ChangeNode* BuildRegChangeTree(const char* first, const char* second, const char* key, int live);
 void FreeRegChangeTree(ChangeNode* tree);
+
+// ---- The difference report ------------------------------------------------------------------
+// One item per registry key of the older snapshot, compared with the newer snapshot's dump of the
+// same key or, with newer null, the live registry. A key the newer snapshot lacks has no tree.
+ReportTreeItem* CompareSnapshotRegistry(const SnapshotRecord* older, const SnapshotRecord* newer);
 
 // ---- The REGKEYXML document ------------------------------------------------------------------
 // One value's data as the document and the report show it: string types as escaped text, the

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "items/sysfiles/filecompare.h"
 #include "profiles/profile.h"
 #include "store/snapshot.h"
 
@@ -19,6 +20,13 @@ int WriteFileInfo(FILE* f, const Profile* profile, SnapshotRecord* rec);
 // a named snapshot has no record of the file or there is nothing to compare; 8 no memory; 2 the
 // output cannot be created (after the destination box).
 uint32_t WriteSysFileComparison(const char* older, const char* newer, const char* file, const char* output, int live);
+// The difference report's files: one compared item per system file of the older snapshot (with
+// newer null, against the live file), then one per file only the newer snapshot holds.
+FileCompareItem* CompareSnapshotFiles(const SnapshotRecord* older, const SnapshotRecord* newer);
+void FreeFileCompareItems(FileCompareItem* list);
+// The files section: the heading, then per item its path and its changed lines (unsorted: every
+// change in order; sorted: removals, additions, newer texts) or INI sections and entries.
+void PrintFilesSection(FILE* f, const char* heading, const FileCompareItem* items, bool sorted);
 // Deletes the saved copies of a snapshot's system files from its data folder.
 void DeleteSysFileCopies(const SnapshotRecord* rec, const char* dataFolder);
 
