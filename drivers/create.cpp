@@ -175,13 +175,14 @@ uint32_t FinishCreation(FILE* f, Profile* profile, SnapshotRecord* rec, WaitCurs
 // The previous undo base goes before a new one is taken, but only when the file UNDOBASE names
 // still is an undo base: a deleted undo base's name may since have been given to a user's own
 // snapshot, which must never be deleted in its place.
-void DeletePreviousUndoBase() {
+void DeletePreviousUndoBase(const char* keep) {
   char previous[MAX_PATH];
   ReadOrvalisString("UNDOBASE", "", previous, sizeof previous);
   if (!previous[0] || !IsBareFileName(previous)) return;
   char folder[MAX_PATH], path[MAX_PATH];
   GetModuleFolderWithSlash(folder);
   if (std::snprintf(path, sizeof path, "%s%s", folder, previous) >= MAX_PATH) return;
+  if (keep && EqualNoCase(keep, path)) return;  // the restore still copies from it
   SnapshotRecord* old = NewSnapshotRecord();
   if (old && LoadSnapshot(path, old) == 0 && (old->flags & kFlagUndoBase)) {
     DeleteSnapshotFiles(old);
@@ -223,7 +224,8 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
   return FinishCreation(f, profile, rec, cursor, ok, failure, false);
 }
 
-uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags) {
+uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags,
+                                const char* keep) {
   Profile* profile;
   SnapshotRecord* rec;
   if (!NewRecords(&profile, &rec)) return kResultNoMemory;
@@ -246,7 +248,7 @@ uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* des
     p->second = static_cast<int32_t>(e->second);
   }
   WaitCursor cursor;
-  DeletePreviousUndoBase();
+  DeletePreviousUndoBase(keep);
   rec->flags = flags | kFlagUndoBase;
   FILE* f = OpenIndexFile(destination, rec);
   if (!f) {

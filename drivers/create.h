@@ -17,7 +17,10 @@ uint32_t CreateSnapshot(const char* profilePath, const char* destination, const 
 // The undo base: the watched items of `restoring`, taken from the live system, in the module
 // folder (destination null) with flag 0x4000; the previous undo base is deleted first and the
 // new name kept in [ORVALIS] UNDOBASE.
-uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags);
+// keep: the full path of a snapshot that must survive even when it is the previous undo base (the
+// snapshot being restored: the restore deletes it itself once it has copied from it).
+uint32_t CreateUndoBaseSnapshot(const SnapshotRecord* restoring, const char* destination, uint16_t flags,
+                                const char* keep = nullptr);
 // Closes the index file, deletes every companion the record names and the index file, and
 // frees the record.
 void DiscardPartialSnapshot(SnapshotRecord* rec, FILE* index);

@@ -1,5 +1,7 @@
 #include "engine/sys.h"
 
+#include <io.h>
+
 
 namespace orvalis {
 namespace {
@@ -59,6 +61,25 @@ SysApi RealApi() {
   s.LoadStringA = ::LoadStringA;
   s.SetCursor = ::SetCursor;
   s.LoadCursorA = ::LoadCursorA;
+  s.access = ::_access;
+  s.WinExec = ::WinExec;
+  s.ExitWindowsEx = ::ExitWindowsEx;
+  s.GetCurrentProcess = ::GetCurrentProcess;
+  s.OpenProcessToken = ::OpenProcessToken;
+  s.LookupPrivilegeValueA = ::LookupPrivilegeValueA;
+  s.AdjustTokenPrivileges = ::AdjustTokenPrivileges;
+  s.GetActiveWindow = ::GetActiveWindow;
+  s.DialogBoxParamA = ::DialogBoxParamA;
+  s.EndDialog = ::EndDialog;
+  s.SetTimer = ::SetTimer;
+  s.KillTimer = ::KillTimer;
+  s.SetFocus = ::SetFocus;
+  s.GetWindowRect = ::GetWindowRect;
+  s.GetClientRect = ::GetClientRect;
+  s.GetSystemMetrics = ::GetSystemMetrics;
+  s.SetWindowPos = ::SetWindowPos;
+  s.CreateWindowExA = ::CreateWindowExA;
+  s.SetWindowTextA = ::SetWindowTextA;
   return s;
 }
 

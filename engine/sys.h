@@ -77,6 +77,27 @@ struct SysApi {
   int(WINAPI* LoadStringA)(HINSTANCE, UINT, LPSTR, int);
   HCURSOR(WINAPI* SetCursor)(HCURSOR);
   HCURSOR(WINAPI* LoadCursorA)(HINSTANCE, LPCSTR);
+
+  // The reboot after a restore: the countdown box, the privilege, the restart itself
+  int (*access)(const char*, int);
+  UINT(WINAPI* WinExec)(LPCSTR, UINT);
+  BOOL(WINAPI* ExitWindowsEx)(UINT, DWORD);
+  HANDLE(WINAPI* GetCurrentProcess)();
+  BOOL(WINAPI* OpenProcessToken)(HANDLE, DWORD, PHANDLE);
+  BOOL(WINAPI* LookupPrivilegeValueA)(LPCSTR, LPCSTR, PLUID);
+  BOOL(WINAPI* AdjustTokenPrivileges)(HANDLE, BOOL, PTOKEN_PRIVILEGES, DWORD, PTOKEN_PRIVILEGES, PDWORD);
+  HWND(WINAPI* GetActiveWindow)();
+  INT_PTR(WINAPI* DialogBoxParamA)(HINSTANCE, LPCSTR, HWND, DLGPROC, LPARAM);
+  BOOL(WINAPI* EndDialog)(HWND, INT_PTR);
+  UINT_PTR(WINAPI* SetTimer)(HWND, UINT_PTR, UINT, TIMERPROC);
+  BOOL(WINAPI* KillTimer)(HWND, UINT_PTR);
+  HWND(WINAPI* SetFocus)(HWND);
+  BOOL(WINAPI* GetWindowRect)(HWND, LPRECT);
+  BOOL(WINAPI* GetClientRect)(HWND, LPRECT);
+  int(WINAPI* GetSystemMetrics)(int);
+  BOOL(WINAPI* SetWindowPos)(HWND, HWND, int, int, int, int, UINT);
+  HWND(WINAPI* CreateWindowExA)(DWORD, LPCSTR, LPCSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE, LPVOID);
+  BOOL(WINAPI* SetWindowTextA)(HWND, LPCSTR);
 };
 
 // The table in force.

@@ -8,13 +8,3 @@ using orvalis::kResultNotAvailable;
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return kResultNotAvailable; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return kResultNotAvailable; }
 extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromSpecifiedSnapshot(const char*) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromInitialSnapshot(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromMostRecentSnapshot(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromUndoSnapshot(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromSpecifiedSnapshotSelect(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromInitialSnapshotSelect(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromMostRecentSnapshotSelect(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromUndoSnapshotSelect(void) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromSpecifiedSnapshotReboot(const char*) { return kResultNotAvailable; }
-extern "C" unsigned long RestoreFromSpecifiedSnapshotDelayReboot(const char*, long) { return kResultNotAvailable; }

@@ -39,6 +39,14 @@ uint32_t WriteAssetXml(const ChangeNode* tree, const char* destination, bool lis
 uint32_t WriteAssetComparison(const char* first, const char* second, const char* asset, const char* destination,
                               int live);
 
+// The restore's asset step: every asset entry kept with its contents (0x2000) brought back through
+// the library's change list. 0; 1154 without the library; 1 when an entry point is missing; 13
+// without a backslash in the index path. AssetIndexPath and AssetChangeList keep their last
+// values after the call.
+int RestoreAssets(const SnapshotRecord* rec);
+extern char AssetIndexPath[260];
+extern struct AssetChange* AssetChangeList;
+
 // Forgets the snapshot's asset snapshots through the asset library, one call per entry with the
 // entry's own companion name, so no other snapshot's assets are touched. 0, or 1154 when the
 // library or its entry point cannot be had (nothing deleted then).

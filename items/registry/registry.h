@@ -52,6 +52,14 @@ uint32_t WriteRegKeyXml(const ChangeNode* tree, const char* destination, bool li
 uint32_t WriteRegComparison(const char* first, const char* second, const char* key, const char* destination,
                             int live);
 
+// ---- Restore ----------------------------------------------------------------------------------
+// Windows 95/98: every key's differences between its dump and the live registry written back.
+// 0, 13 without a backslash in the index path, or the loader's error.
+int RestoreRegistryTrees(const SnapshotRecord* rec);
+// NT: every key loaded back from the snapshot's save folder. The last key's result only; 13 when
+// the snapshot names no save folder or its path has no backslash; the loader's error.
+int RestoreRegistryHives(const SnapshotRecord* rec);
+
 // ---- Removal ---------------------------------------------------------------------------------
 // Deletes the registry dump and the registry backup of a snapshot from its data folder: the NT
 // folder emptied and removed, or the two 9x copies deleted (their names then cleared in the

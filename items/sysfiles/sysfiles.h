@@ -27,6 +27,9 @@ void FreeFileCompareItems(FileCompareItem* list);
 // The files section: the heading, then per item its path and its changed lines (unsorted: every
 // change in order; sorted: removals, additions, newer texts) or INI sections and entries.
 void PrintFilesSection(FILE* f, const char* heading, const FileCompareItem* items, bool sorted);
+// The restore's system-file step: every saved copy back over its file, attributes kept. 13 when
+// the index path has no backslash (nothing copied), else 0; single copies are not checked.
+int RestoreSystemFiles(const SnapshotRecord* rec);
 // Deletes the saved copies of a snapshot's system files from its data folder.
 void DeleteSysFileCopies(const SnapshotRecord* rec, const char* dataFolder);
 
