@@ -7,4 +7,3 @@ using orvalis::kResultNotAvailable;
 
 extern "C" unsigned long ExportSnapshot(const char*, const char*) { return kResultNotAvailable; }
 extern "C" unsigned long ImportSnapshot(const char*, const char*) { return kResultNotAvailable; }
-extern "C" unsigned long SnapshotInfoXML(const char*, const char*) { return kResultNotAvailable; }

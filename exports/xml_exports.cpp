@@ -1,5 +1,6 @@
 // Difference documents for the user interface.
 #include "base/results.h"
+#include "drivers/info.h"
 #include "engine/context.h"
 #include "exports/exports.h"
 #include "items/assets/assets.h"
@@ -59,4 +60,13 @@ extern "C" unsigned long CompareAssettoXML(const char* first, const char* second
   InitEngine();
   if (!asset || !destination) return kResultInvalidParameter;
   return WriteAssetComparison(first, second, asset, destination, live);
+}
+
+// SnapshotInfoXML (snapshot, output): the ORVALISBCF document of one snapshot (an index file name
+// beside the engine). Results: 0; 87 a missing argument; 13 the snapshot cannot be read; 8 no
+// memory; 2 the output cannot be created (after the "Destination file is invalid" box).
+extern "C" unsigned long SnapshotInfoXML(const char* snapshot, const char* output) {
+  InitEngine();
+  if (!snapshot || !output) return kResultInvalidParameter;
+  return WriteSnapshotInfo(snapshot, output);
 }
