@@ -81,6 +81,18 @@ unsigned WriteBlock(const char* buf, unsigned size, void* param) {
   return static_cast<unsigned>(n);
 }
 
+// A fuzzer cannot forge CRC-32s, so its build lets damage through them to reach the parser
+// behind; everything else it meets is checked as in the product.
+bool CrcOk(uint32_t stored, uint32_t computed) {
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+  (void)stored;
+  (void)computed;
+  return true;
+#else
+  return stored == computed;
+#endif
+}
+
 }  // namespace
 
 void RecordBuilder::AddChild(const char* name, size_t length, uint64_t target) {
@@ -272,7 +284,7 @@ int DumpReader::Open(const std::string& path) {
   unsigned char h[kHeaderSize];
   if (fileSize_ < kHeaderSize || !SeekTo(file_, 0) || std::fread(h, 1, kHeaderSize, file_) != kHeaderSize)
     return kDumpCorrupt;
-  if (std::memcmp(h, kMagic, 8) != 0 || Get32(h + 8) != kVersion || Get32(h + 60) != Crc32(h, 60))
+  if (std::memcmp(h, kMagic, 8) != 0 || Get32(h + 8) != kVersion || !CrcOk(Get32(h + 60), Crc32(h, 60)))
     return kDumpCorrupt;
   compression_ = Get32(h + 12);
   blockSize_ = Get32(h + 16);
@@ -293,7 +305,7 @@ int DumpReader::Open(const std::string& path) {
     return kDumpNoMemory;
   }
   if (!SeekTo(file_, dirOffset) || std::fread(&dir[0], 1, dirLength, file_) != dirLength) return kDumpCorrupt;
-  if (Crc32(dir.data(), dir.size()) != dirCrc) return kDumpCorrupt;
+  if (!CrcOk(dirCrc, Crc32(dir.data(), dir.size()))) return kDumpCorrupt;
   const auto* p = reinterpret_cast<const unsigned char*>(dir.data());
   const unsigned char* end = p + dir.size();
   blocks_.resize(blockCount);
@@ -364,7 +376,7 @@ const std::string* DumpReader::Decoded(size_t index) {
     error_ = kDumpNoMemory;
     return nullptr;
   }
-  if (out.size() != plain || Crc32(out.data(), out.size()) != b.crc) {
+  if (out.size() != plain || !CrcOk(b.crc, Crc32(out.data(), out.size()))) {
     error_ = kDumpCorrupt;
     return nullptr;
   }
