@@ -4,7 +4,7 @@
 set -u
 run=$1 prefix=$2 bin=$3 work=$4
 rm -rf "$work"; mkdir -p "$work/product/NIMBRA" "$work/watched"
-cp "$bin"/HALVERN.DLL "$bin"/TAMBRELL.DLL "$bin"/orvalis.exe "$work/product/"
+cp "$bin"/HALVERN.DLL "$bin"/TAMBRELL.DLL "$bin"/MARLOW.DLL "$bin"/CORVID.DLL "$bin"/orvalis.exe "$work/product/"
 win() { echo "Z:$1" | tr '/' '\\'; }
 printf '[s]\r\nk=1\r\n' >"$work/watched/app.ini"
 printf 'Test profile\n[GROUPFILES_START]\n%s\n[GROUPFILES_END]\n[GROUPDIRS_START]\n%s\n[GROUPDIRS_END]\n' \
@@ -49,7 +49,7 @@ check "rename" 0 rename BASE0000.BCF "renamed"
 check "list renamed" 0 snapshots;           expect "list renamed" "BASE0000.BCF .* renamed"
 check "delete" 0 delete BASE0000.BCF
 check "delete again" 4294967295 delete BASE0000.BCF
-check "not built yet" 120 report BASE0002.BCF BASE0003.BCF "$(win "$work/r.log")"
+check "not built yet" 120 export BASE0002.BCF "$(win "$work/p.pkg")"
 expect "not built yet" "not available in this build"
 
 rm -rf "$work"

@@ -222,6 +222,7 @@ TEST(Strings, DestinationErrorBox) {
 
 TEST(Libraries, CompanionsComeFromTheModuleFolder) {
   EngineSandbox box;
+  box.RemoveCompanionLibraries();
   EXPECT_EQ(LoadRegistryLibrary(), nullptr);
   EXPECT_EQ(LoadAssetLibrary(), nullptr);
   UnloadLibrary(nullptr);  // accepted

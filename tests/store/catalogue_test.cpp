@@ -43,6 +43,7 @@ TEST(Catalogue, ListOutputThatCannotBeOpened) {
 
 TEST(Catalogue, DeleteTakesEveryCompanionEvenWithoutTheAssetLibrary) {
   EngineSandbox box;
+  box.RemoveCompanionLibraries();
   CreateDirectoryA(box.file("NIMBRA").c_str(), nullptr);
   CreateDirectoryA(box.file("NIMBRA\\NT0000").c_str(), nullptr);
   for (const char* f : {"NIMBRA\\WIN0000.BSE", "NIMBRA\\DIR0000.OVD", "NIMBRA\\REG0000.OVR", "NIMBRA\\NT0000\\k.sav",

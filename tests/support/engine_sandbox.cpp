@@ -56,6 +56,9 @@ EngineSandbox::EngineSandbox() {
   hklm_ = name;
   RegCreateKeyExA(HKEY_CURRENT_USER, hklm_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &override_, nullptr);
   RegOverridePredefKey(HKEY_LOCAL_MACHINE, override_);
+  // Every snapshot loads the registry and asset libraries from the engine's folder.
+  CopyFromBin("MARLOW.DLL");
+  CopyFromBin("CORVID.DLL");
 }
 
 EngineSandbox::~EngineSandbox() {
@@ -86,6 +89,11 @@ void EngineSandbox::CopyFromBin(const char* name, const char* as) {
   std::string from = BinDir() + "\\" + name;
   std::string to = file(as ? as : name);
   CopyFileA(from.c_str(), to.c_str(), FALSE);
+}
+
+void EngineSandbox::RemoveCompanionLibraries() {
+  DeleteFileA(file("MARLOW.DLL").c_str());
+  DeleteFileA(file("CORVID.DLL").c_str());
 }
 
 void EngineSandbox::SetOrvalis(const char* key, const char* value) {

@@ -40,6 +40,9 @@ class EngineSandbox {
   void SetHklmString(const char* key, const char* value, const char* data);
   // Copies a file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
   void CopyFromBin(const char* name, const char* as = nullptr);
+  // Takes the registry and asset libraries out of the module folder again (the sandbox puts them
+  // there, as every snapshot needs them).
+  void RemoveCompanionLibraries();
   // Writes [section] key=value into ORVALIS.INI of the module folder.
   void SetOrvalis(const char* key, const char* value);
 
