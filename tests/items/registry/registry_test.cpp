@@ -1,0 +1,152 @@
+// Registry keys in snapshots under Wine, against the real registry: the capture stages on both
+// platform paths (this binary runs once as NT and once in an exe Wine reports Windows 98 to), and
+// the REGKEYXML documents.
+#undef _WIN32_WINNT
+#define _WIN32_WINNT 0x0600  // RegDeleteTreeA
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "engine/sys.h"
+#include "exports/exports.h"
+#include "tests/support/engine_sandbox.h"
+
+using namespace orvalis;
+using orvalis_test::EngineSandbox;
+using orvalis_test::FileExists;
+using orvalis_test::ReadWholeFile;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+bool Windows9x() { return (GetVersion() & 0x80000000u) != 0; }
+
+std::string g_windows;
+UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
+  lstrcpynA(out, g_windows.c_str(), static_cast<int>(size));
+  return static_cast<UINT>(g_windows.size());
+}
+BOOL WINAPI CopyFailsForUserDat(LPCSTR from, LPCSTR to, BOOL failIfExists) {
+  if (std::string(from).find("USER.DAT") != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
+  return CopyFileA(from, to, failIfExists);
+}
+BOOL WINAPI CopyFailsForSystemDat(LPCSTR from, LPCSTR to, BOOL failIfExists) {
+  if (std::string(from).find("SYSTEM.DAT") != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
+  return CopyFileA(from, to, failIfExists);
+}
+
+class Registry : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::random_device rd;
+    root_ = "Software\\OrvalisTest\\reg" + std::to_string(rd());
+    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
+    CreateDirectoryA(box_.file("windows").c_str(), nullptr);
+    g_windows = box_.file("windows");
+    WriteWholeFile(box_.file("windows\\USER.DAT"), "user hive");
+    WriteWholeFile(box_.file("windows\\SYSTEM.DAT"), "system hive");
+    Sys().GetWindowsDirectoryA = SandboxWindowsFolder;
+    Set("A", "v", "1");
+    Set("C", "v", "3");
+    Set("C\\Deeper", "", "default value");
+  }
+  void TearDown() override { RegDeleteTreeA(HKEY_CURRENT_USER, root_.c_str()); }
+  void Set(const std::string& sub, const char* name, const std::string& text) {
+    HKEY k;
+    RegCreateKeyExA(HKEY_CURRENT_USER, (root_ + "\\" + sub).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr);
+    RegSetValueExA(k, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), static_cast<DWORD>(text.size() + 1));
+    RegCloseKey(k);
+  }
+  std::string Key(const char* sub) { return "HKCU\\" + root_ + "\\" + sub; }
+  // A profile watching the given keys, and a snapshot of it; the index file's text ("" if none).
+  std::string Snap(const std::string& keys) {
+    WriteWholeFile(box_.file("R.GCF"), "keys\n[GROUPREGKEYS_START]\n" + keys + "[GROUPREGKEYS_END]\n");
+    for (int i = 0; i < 10; ++i) DeleteFileA(box_.file("BASE000" + std::to_string(i) + ".BCF").c_str());
+    EXPECT_EQ(CreateSnapshotFromSpecifiedProfile("R.GCF", "reg"), 0u);
+    return ReadWholeFile(box_.file("BASE0000.BCF"));
+  }
+  static std::string Section(const std::string& index, const std::string& name) {
+    const std::string start = "[" + name + "_START]\r\n";
+    const size_t a = index.find(start);
+    if (a == std::string::npos) return "<none>";
+    return index.substr(a + start.size(), index.find("[" + name + "_END]") - a - start.size());
+  }
+  EngineSandbox box_;
+  std::string root_;
+};
+
+TEST_F(Registry, CaptureStagesAsEachPlatformHasThem) {
+  // Only the last key's save decides on NT: B missing in the middle keeps the snapshot with A and
+  // C, B missing at the end discards it. (Windows 95/98 saves no keys: both are kept.)
+  std::string index = Snap(Key("A") + "\n" + Key("B") + "\n" + Key("C") + "\n");
+  ASSERT_NE(index, "");
+  EXPECT_NE(Section(index, "REGINFO").find(Key("A") + ",REG"), std::string::npos);
+  if (Windows9x()) {
+    EXPECT_EQ(Section(index, "REGNT"), "<none>");
+    EXPECT_NE(Section(index, "REGBACK").find("USER.DAT,UDAT0000.CRG,1,"), std::string::npos) << index;
+    EXPECT_NE(Section(index, "REGBACK").find("SYSTEM.DAT,SDAT0000.CRG,1,"), std::string::npos) << index;
+  } else {
+    EXPECT_EQ(Section(index, "REGBACK"), "<none>");
+    EXPECT_EQ(Section(index, "REGNT"), Key("A") + ",NT0000\r\n" + Key("C") + ",NT0000\r\n");
+  }
+  index = Snap(Key("A") + "\n" + Key("C") + "\n" + Key("B") + "\n");
+  EXPECT_EQ(index.empty(), !Windows9x());
+
+  // The dump's compression: 3 is taken as 1024, 0 and 1 as they are.
+  for (const char* setting : {"3", "0", "1"}) {
+    box_.SetOrvalis("CompressRegistrySnap", setting);
+    index = Snap(Key("A") + "\n");
+    const std::string expected = std::string(setting) == "3" ? "1024" : setting;
+    EXPECT_NE(Section(index, "REGINFO").find(".OVR," + expected + ",0\r\n"), std::string::npos) << index;
+  }
+}
+
+TEST_F(Registry, Windows98RegistryCopies) {
+  if (!Windows9x()) GTEST_SKIP() << "the Windows 98 run";
+  box_.SetOrvalis("SaveRegistryData", "0");
+  EXPECT_EQ(Section(Snap(Key("A") + "\n"), "REGBACK"), "<none>");
+  box_.SetOrvalis("SaveRegistryData", "1");
+  box_.SetOrvalis("CompressRegistryData", "0");
+  Sys().CopyFileA = CopyFailsForUserDat;  // the USER half alone failing keeps the snapshot
+  std::string index = Snap(Key("A") + "\n");
+  EXPECT_EQ(Section(index, "REGBACK").find("USER.DAT"), std::string::npos);
+  EXPECT_NE(Section(index, "REGBACK").find("SYSTEM.DAT,SDAT0000.CRG,0,0"), std::string::npos) << index;
+  Sys().CopyFileA = CopyFailsForSystemDat;  // the SYSTEM half failing discards it
+  EXPECT_EQ(Snap(Key("A") + "\n"), "");
+}
+
+TEST_F(Registry, Documents) {
+  ASSERT_NE(Snap(Key("C") + "\n"), "");
+  const std::string out = box_.file("r.xml");
+  const std::string key = Key("C");
+  auto doc = [](const std::string& body) {
+    return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE REGKEYXML SYSTEM \"regkey.dtd\">\r\n<REGKEYXML>\r\n" + body +
+           "</REGKEYXML>\r\n";
+  };
+  // One snapshot alone: the whole key, every node "X"; the default value's name is empty.
+  ASSERT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, key.c_str(), out.c_str(), 0), 0u);
+  EXPECT_EQ(ReadWholeFile(out),
+            doc("  <REGTREE>\r\n   <NNAME><![CDATA[C]]></NNAME>\r\n    <CHGFLAG flag=\"X\"/>\r\n"
+                "  <REGTREE>\r\n   <NNAME><![CDATA[Deeper]]></NNAME>\r\n    <CHGFLAG flag=\"X\"/>\r\n"
+                "    <REGVAL>\r\n     <FNAME></FNAME>\r\n     <CHGFLAG flag=\"X\"/>\r\n     <DATATYPE type=\"sz\"/>\r\n"
+                "     <DATA><![CDATA[default value]]></DATA>\r\n    </REGVAL>\r\n  </REGTREE>\r\n"
+                "    <REGVAL>\r\n     <FNAME><![CDATA[v]]></FNAME>\r\n     <CHGFLAG flag=\"X\"/>\r\n"
+                "     <DATATYPE type=\"sz\"/>\r\n     <DATA><![CDATA[3]]></DATA>\r\n    </REGVAL>\r\n  </REGTREE>\r\n"));
+  // Against the live key: only the change, older then newer; the unchanged subkey is left out.
+  Set("C", "v", "]]>");
+  ASSERT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, key.c_str(), out.c_str(), 1), 0u);
+  const std::string live = ReadWholeFile(out);
+  EXPECT_EQ(live.find("Deeper"), std::string::npos) << live;
+  EXPECT_NE(live.find("<CHGFLAG flag=\"F\"/>\r\n     <DATATYPE type=\"sz\"/>\r\n     <DATA><![CDATA[3]]></DATA>"),
+            std::string::npos) << live;
+  // Text holding "]]>" is written in escape mode: growing prefixes, entities without ";" (kept).
+  EXPECT_NE(live.find("<DATA>]]]&g</DATA>"), std::string::npos) << live;
+  // Bad arguments: no side, a key the snapshot does not list.
+  EXPECT_EQ(CompareRegtoXML(nullptr, nullptr, key.c_str(), out.c_str(), 0), 87u);
+  EXPECT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, Key("A").c_str(), out.c_str(), 0), 87u);
+}
+
+}  // namespace
