@@ -19,60 +19,40 @@ void UseLocale(int order, const char* d, const char* t) {
   SetDateLocaleProvider(TestLocale);
 }
 
-uint32_t Pack(int y, int mo, int d, int h, int mi, int s) {
-  BrokenDownTime t;
-  t.year = y;
-  t.month = mo;
-  t.day = d;
-  t.hour = h;
-  t.minute = mi;
-  t.second = s;
-  return PackDosDateTime(t);
-}
+BrokenDownTime Time(int y, int mo, int d, int h, int mi, int s) { return {y, mo, 0, d, h, mi, s}; }
+uint32_t Pack(int y, int mo, int d, int h, int mi, int s) { return PackDosDateTime(Time(y, mo, d, h, mi, s)); }
 
 TEST(DateText, PackedValueInTheThreeOrders) {
   const uint32_t may30 = Pack(1999, 5, 30, 13, 37, 51);  // seconds field 25
   struct Row {
     int order;
     const char* d;
-    const char* t;
     uint32_t packed;
     const char* text;
   } rows[] = {
-      {0, "/", ":", may30, "05/30/1999 13:37:25"},  // the stored field, not doubled
-      {1, ".", ":", may30, "30.05.1999 13:37:25"},
-      {2, "-", ":", may30, "99-05-30 13:37:25"},    // years since 1900
-      {2, "-", ":", Pack(2001, 1, 2, 3, 4, 6), "101-01-02 03:04:03"},
-      {2, "-", ":", Pack(2000, 12, 31, 23, 59, 59), "100-12-31 23:59:29"},
-      {7, "/", ":", may30, "05/30/1999 13:37:25"},  // unknown order: month-day-year
-      {0, "/", ":", 0, "00/00/1980 00:00:00"},      // callers test for 0 first
+      {0, "/", may30, "05/30/1999 13:37:25"},  // the stored field, not doubled
+      {1, ".", may30, "30.05.1999 13:37:25"},
+      {2, "-", may30, "99-05-30 13:37:25"},    // years since 1900
+      {2, "-", Pack(2001, 1, 2, 3, 4, 6), "101-01-02 03:04:03"},
+      {2, "-", Pack(2000, 12, 31, 23, 59, 59), "100-12-31 23:59:29"},
+      {7, "/", may30, "05/30/1999 13:37:25"},  // unknown order: month-day-year
+      {0, "/", 0, "00/00/1980 00:00:00"},      // callers test for 0 first
   };
   for (const Row& r : rows) {
-    UseLocale(r.order, r.d, r.t);
+    UseLocale(r.order, r.d, ":");
     char out[64];
-    int n = FormatPackedDateTime(r.packed, out);
+    EXPECT_EQ(FormatPackedDateTime(r.packed, out), static_cast<int>(std::strlen(r.text)));
     EXPECT_STREQ(out, r.text) << r.order;
-    EXPECT_EQ(n, static_cast<int>(std::strlen(r.text)));
   }
 }
 
 TEST(DateText, BrokenDownTimeUsesTrueSecondsAndFullYear) {
-  BrokenDownTime t;
-  t.year = 1999;
-  t.month = 5;
-  t.day = 30;
-  t.hour = 13;
-  t.minute = 37;
-  t.second = 51;
-  struct Row {
-    int order;
-    const char* text;
-  } rows[] = {{0, "05/30/1999 13:37:51"}, {1, "30/05/1999 13:37:51"}, {2, "1999/05/30 13:37:51"}};
-  for (const Row& r : rows) {
-    UseLocale(r.order, "/", ":");
+  const char* rows[] = {"05/30/1999 13:37:51", "30/05/1999 13:37:51", "1999/05/30 13:37:51"};  // by order
+  for (int order = 0; order < 3; ++order) {
+    UseLocale(order, "/", ":");
     char out[64];
-    FormatSystemTime(t, out);
-    EXPECT_STREQ(out, r.text);
+    FormatSystemTime(Time(1999, 5, 30, 13, 37, 51), out);
+    EXPECT_STREQ(out, rows[order]);
   }
 }
 
@@ -86,7 +66,6 @@ TEST(DateText, CacheIsFilledOnceUntilReset) {
   ResetDateLocaleCache();  // ...until the cache is refilled
   FormatPackedDateTime(Pack(1999, 5, 30, 0, 0, 0), out);
   EXPECT_STREQ(out, "99.05.30 00:00:00");
-  SetDateLocaleProvider(nullptr);
 }
 
 TEST(DateText, LongSeparatorsStayInTheBuffer) {

@@ -51,33 +51,30 @@ TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
   EXPECT_STREQ(raw, "-2");
 }
 
-TEST(Settings, WorkFolderGetsExactlyOneBackslash) {
+TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
   struct Row {
-    const char* value;
+    const char* value;  // null: no key
     const char* folder;
-  } rows[] = {{"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}};
+  } rows[] = {{"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}, {nullptr, ""}};
   for (const Row& r : rows) {
-    SCOPED_TRACE(r.value);
+    SCOPED_TRACE(r.value ? r.value : "no key");
     EngineSandbox box;
-    box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
+    if (r.value) box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
     EXPECT_EQ(Str(GetWorkFolder), r.folder);
+    EXPECT_EQ(Str(GetOrvalisIniPath), r.folder[0] ? std::string(r.folder) + "ORVALIS.INI" : box.file("ORVALIS.INI"));
+    EXPECT_EQ(Str(GetEngineIniPath), box.file("ENGINE.INI"));  // ENGINE.INI never moves
   }
-  EngineSandbox box;
-  EXPECT_EQ(Str(GetWorkFolder), "");  // key missing
-  EXPECT_EQ(Str(GetOrvalisIniPath), box.file("ORVALIS.INI"));
 }
 
-TEST(Settings, OrvalisIniFollowsTheWorkFolder) {
+TEST(Settings, OrvalisIniInTheWorkFolderIsTheOneRead) {
   EngineSandbox box;
   orvalis_test::ScratchDir work;
   box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", work.path().c_str());
-  EXPECT_EQ(Str(GetOrvalisIniPath), work.path() + "\\ORVALIS.INI");
-  WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", (work.path() + "\\ORVALIS.INI").c_str());
-  WritePrivateProfileStringA("ORVALIS", "MaxScheduleSnapshots", "5", (work.path() + "\\ORVALIS.INI").c_str());
+  WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", work.file("ORVALIS.INI").c_str());
+  WritePrivateProfileStringA("ORVALIS", "MaxScheduleSnapshots", "5", work.file("ORVALIS.INI").c_str());
   EXPECT_EQ(InitEngine(), 1);
   EXPECT_EQ(State().noCpuidSupport, 1);
   EXPECT_EQ(GetMaxSnapshot(), 5);
-  EXPECT_EQ(Str(GetEngineIniPath), box.file("ENGINE.INI"));  // ENGINE.INI never moves
 }
 
 TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
@@ -113,43 +110,40 @@ TEST(Settings, DefaultProfileScanTakesTheLastFileEnumerated) {
   EXPECT_EQ(Str(GetDefaultProfile), "C:\\P\\DAILY.GCF");
 }
 
-TEST(Log, ResetDecidesTheFolderAndEmptiesTheFile) {
-  {
-    EngineSandbox box;
-    WriteLog("before any reset");  // no log path yet: nothing is written anywhere
-    EXPECT_FALSE(orvalis_test::FileExists(box.file("halvern.log")));
-    ResetLog();
-    WriteLog("one");
-    WriteLogF("two %d", 2);
-    EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "one\r\ntwo 2\r\n");
-    ResetLog();
-    EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
-  }
-  {
-    EngineSandbox box;
-    orvalis_test::ScratchDir logs;
-    std::string uninstall = "C:\\Orvalis\\unwise.exe " + logs.path();
-    box.SetHklmString(kUninstallKey, "UninstallString", uninstall.c_str());
-    ResetLog();
-    EXPECT_EQ(std::string(State().logPath), logs.path() + "\\halvern.log");
-    WriteLog("here");
-    EXPECT_EQ(ReadWholeFile(logs.file("halvern.log")), "here\r\n");
-  }
-  {
-    EngineSandbox box;
-    box.SetHklmString(kUninstallKey, "UninstallString", "C:\\Orvalis\\unwise.exe");
-    ResetLog();
-    EXPECT_STREQ(State().logPath, "\\halvern.log");
-  }
-}
-
-TEST(Log, AnUnopenableLogIsSkippedSilently) {
+TEST(Log, ResetEmptiesTheFileAndAFailedOpenIsSkippedSilently) {
   EngineSandbox box;
+  WriteLog("before any reset");  // no log path yet: nothing is written anywhere
+  EXPECT_FALSE(orvalis_test::FileExists(box.file("halvern.log")));
   ResetLog();
+  WriteLog("one");
+  WriteLogF("two %d", 2);
+  EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "one\r\ntwo 2\r\n");
+  ResetLog();
+  EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
   Io().fopen = [](const char*, const char*) -> FILE* { return nullptr; };
   WriteLog("lost");  // must not crash or fail
   box.RestoreSeam();
   EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
+}
+
+TEST(Log, TheUninstallersArgumentIsTheLogFolder) {
+  orvalis_test::ScratchDir logs;
+  struct Row {
+    std::string uninstall;
+    std::string logPath;
+  } rows[] = {{"C:\\Orvalis\\unwise.exe " + logs.path(), logs.file("halvern.log")},
+              {"C:\\Orvalis\\unwise.exe", "\\halvern.log"}};  // no argument: no folder, kept as it is
+  for (const Row& r : rows) {
+    EngineSandbox box;
+    box.SetHklmString(kUninstallKey, "UninstallString", r.uninstall.c_str());
+    ResetLog();
+    EXPECT_EQ(std::string(State().logPath), r.logPath);
+  }
+  EngineSandbox box;
+  box.SetHklmString(kUninstallKey, "UninstallString", rows[0].uninstall.c_str());
+  ResetLog();
+  WriteLog("here");
+  EXPECT_EQ(ReadWholeFile(logs.file("halvern.log")), "here\r\n");
 }
 
 // Answers a chosen abbreviated language name, as a user of that language would have.
@@ -160,17 +154,18 @@ int WINAPI FakeLocaleInfo(LCID, LCTYPE type, LPSTR out, int size) {
   return lstrlenA(out) + 1;
 }
 
-TEST(Strings, LanguageLibraryNameRuleAndFallbacks) {
+// The library is released on purpose at every thread notification, never on process detach.
+TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
   struct Row {
     const char* language;
     const char* present;  // file placed beside the test as a language library
-    bool expectOwnModule;
     const char* text1360;
+    DWORD release;
   } rows[] = {
-      {"DEU", "DEUOV32.DLL", false, "Prozessor"},
-      {"DES", "DEAOV32.DLL", false, "Prozessor"},  // "DESOV32" missing: retried as "DEAOV32"
-      {"ENU", nullptr, true, "Processor"},         // no English library: own module, then TAMBRELL
-      {"FRAX", nullptr, true, "Processor"},        // only three characters are used
+      {"DEU", "DEUOV32.DLL", "Prozessor", DLL_THREAD_ATTACH},
+      {"DES", "DEAOV32.DLL", "Prozessor", DLL_THREAD_DETACH},  // "DESOV32" missing: retried as "DEAOV32"
+      {"ENU", nullptr, "Processor", DLL_THREAD_ATTACH},  // no English library: own module, then TAMBRELL
+      {"FRAX", nullptr, "Processor", DLL_THREAD_DETACH},  // only three characters are used
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.language);
@@ -181,10 +176,17 @@ TEST(Strings, LanguageLibraryNameRuleAndFallbacks) {
     g_language = r.language;
     Sys().GetLocaleInfoA = FakeLocaleInfo;
     HMODULE lib = LoadLanguageLibrary();
-    EXPECT_EQ(lib == State().instance, r.expectOwnModule);
+    EXPECT_EQ(lib == State().instance, r.present == nullptr);
     char text[256];
     EXPECT_GT(LoadLocalString(1360, text, sizeof text), 0);
     EXPECT_STREQ(text, r.text1360);
+    HandleLibraryEntry(State().instance, DLL_PROCESS_DETACH);
+    EXPECT_EQ(State().languageLibrary, lib);
+    HandleLibraryEntry(State().instance, r.release);
+    EXPECT_EQ(State().languageLibrary, nullptr);
+    if (r.present) {
+      EXPECT_EQ(GetModuleHandleA(r.present), nullptr);  // really unloaded
+    }
   }
 }
 
@@ -230,23 +232,6 @@ TEST(Libraries, CompanionsComeFromTheModuleFolder) {
   HMODULE h = LoadRegistryLibrary();
   EXPECT_NE(h, nullptr);
   UnloadLibrary(h);
-}
-
-TEST(LibraryEntry, ThreadNotificationsReleaseTheLanguageLibrary) {
-  EngineSandbox box;
-  box.CopyFromBin("DEUOV32.DLL");
-  SetCurrentDirectoryA(box.dir().c_str());
-  g_language = "DEU";
-  Sys().GetLocaleInfoA = FakeLocaleInfo;
-  HMODULE lib = LoadLanguageLibrary();
-  ASSERT_NE(lib, State().instance);
-  HandleLibraryEntry(State().instance, DLL_THREAD_ATTACH);
-  EXPECT_EQ(State().languageLibrary, nullptr);
-  LoadLanguageLibrary();
-  HandleLibraryEntry(State().instance, DLL_PROCESS_DETACH);  // nothing happens on detach
-  EXPECT_NE(State().languageLibrary, nullptr);
-  HandleLibraryEntry(State().instance, DLL_THREAD_DETACH);
-  EXPECT_EQ(State().languageLibrary, nullptr);
 }
 
 }  // namespace

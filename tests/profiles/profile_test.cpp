@@ -34,14 +34,9 @@ int Count(const T* e) {
   return n;
 }
 
-std::string WindowsDir() {
+std::string Folder(UINT(WINAPI* get)(LPSTR, UINT)) {
   char d[MAX_PATH];
-  GetWindowsDirectoryA(d, MAX_PATH);
-  return d;
-}
-std::string SystemDir() {
-  char d[MAX_PATH];
-  GetSystemDirectoryA(d, MAX_PATH);
+  get(d, MAX_PATH);
   return d;
 }
 
@@ -103,10 +98,10 @@ TEST(Profile, FolderTags) {
   struct Row {
     const char* in;
     std::string out;
-  } rows[] = {{"<windows>\\system.ini", WindowsDir() + "\\system.ini"},
-              {"<WINDOWS>\\SYSTEM.INI", WindowsDir() + "\\SYSTEM.INI"},
-              {"<system>\\x.ini", SystemDir() + "\\x.ini"},
-              {"<anything at all>\\x.ini", SystemDir() + "\\x.ini"},
+  } rows[] = {{"<windows>\\system.ini", Folder(GetWindowsDirectoryA) + "\\system.ini"},
+              {"<WINDOWS>\\SYSTEM.INI", Folder(GetWindowsDirectoryA) + "\\SYSTEM.INI"},
+              {"<system>\\x.ini", Folder(GetSystemDirectoryA) + "\\x.ini"},
+              {"<anything at all>\\x.ini", Folder(GetSystemDirectoryA) + "\\x.ini"},
               {"<windows\\no-close.ini", "<windows\\no-close.ini"},
               {"C:\\plain.ini", "C:\\plain.ini"}};
   for (const Row& r : rows) {
@@ -164,29 +159,23 @@ TEST(Profile, WriteBackDropsMissingFiles) {
   EXPECT_EQ(WriteProfile(r.p, "Q:\\no\\such\\folder\\"), -1);
 }
 
-TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {
-  EngineSandbox box;
-  ASSERT_EQ(GetProfileList(box.dir().c_str(), "list.xml"), 0u);
-  EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
-            "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n"
-            "</PROFILELIST>\r\n");
-  WriteWholeFile(box.file("A.GCF"), "Fish & <chips>\n");
-  WriteWholeFile(box.file("B.GCF"), "");  // no first line: left out
-  ASSERT_EQ(GetProfileList((box.dir() + "\\").c_str(), "list.xml"), 0u);
-  EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
-            "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n"
-            "  <PROFILES>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n    <FILE>A.GCF</FILE>\r\n"
-            "  </PROFILES>\r\n</PROFILELIST>\r\n");
-}
-
 std::string g_caption;
 int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR caption, UINT) {
   g_caption = std::string(text) + "|" + caption;
   return IDOK;
 }
 
-TEST(ProfileList, UnwritableOutputSaysOpenFailed) {
+TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {
   EngineSandbox box;
+  const std::string head = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n";
+  ASSERT_EQ(GetProfileList(box.dir().c_str(), "list.xml"), 0u);
+  EXPECT_EQ(ReadWholeFile(box.file("list.xml")), head + "</PROFILELIST>\r\n");
+  WriteWholeFile(box.file("A.GCF"), "Fish & <chips>\n");
+  WriteWholeFile(box.file("B.GCF"), "");  // no first line: left out
+  ASSERT_EQ(GetProfileList((box.dir() + "\\").c_str(), "list.xml"), 0u);
+  EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
+            head + "  <PROFILES>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n    <FILE>A.GCF</FILE>\r\n"
+                   "  </PROFILES>\r\n</PROFILELIST>\r\n");
   orvalis::Sys().MessageBoxA = CaptureBox;
   EXPECT_EQ(GetProfileList("Q:\\no\\such\\folder", "list.xml"), 1u);
   EXPECT_EQ(g_caption, "open failed|Q:\\no\\such\\folder\\list.xml");

@@ -56,7 +56,7 @@ DWORD WINAPI EverythingExists(LPCSTR path) {
 }
 BOOL WINAPI NoFolderCanBeMade(LPCSTR, LPSECURITY_ATTRIBUTES) { return FALSE; }
 
-TEST(UniqueName, FullCounterFails) {
+TEST(UniqueName, FullCounterAndPathsTooLongForABufferFail) {
   EngineSandbox box;
   Sys().GetFileAttributesA = EverythingExists;
   char name[MAX_PATH] = "untouched";
@@ -65,16 +65,12 @@ TEST(UniqueName, FullCounterFails) {
   box.RestoreSeam();
   Sys().CreateDirectoryA = NoFolderCanBeMade;
   EXPECT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 0);
-}
-
-TEST(UniqueName, PathsTooLongForABufferFail) {
-  EngineSandbox box;
+  box.RestoreSeam();
   std::string deep = box.dir();
   while (deep.size() < 240) {
     deep += "\\ddddddddddddddddddd";
     CreateDirectoryA(deep.c_str(), nullptr);
   }
-  char name[MAX_PATH];
   EXPECT_EQ(MakeUniqueFileName(deep.c_str(), "BASE", "BCF", name), 0);
 }
 
@@ -101,15 +97,8 @@ TEST(WindowsLocale, DatesFollowTheSystemLocale) {
   ResetDateLocaleCache();
   const char* expect = std::getenv("ORVALIS_EXPECT_DATE");
   if (!expect) GTEST_SKIP() << "run by CTest with a locale";
-  BrokenDownTime t;
-  t.year = 1999;
-  t.month = 5;
-  t.day = 30;
-  t.hour = 13;
-  t.minute = 37;
-  t.second = 51;
   char out[64];
-  FormatPackedDateTime(PackDosDateTime(t), out);
+  FormatPackedDateTime(PackDosDateTime({1999, 5, 0, 30, 13, 37, 51}), out);
   EXPECT_STREQ(out, expect);
 }
 
