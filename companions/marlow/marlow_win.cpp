@@ -29,6 +29,32 @@ HKEY RootKey(int root) {
   return nullptr;
 }
 
+// Holds the calling thread on the processor it runs on for the duration of a walk. Every
+// registry call is a round trip to the wine server; with the thread free to move, each one wakes
+// the server on the other processor (measured: a whole-registry walk 35 s against 4.7 s held).
+// Held, the server is woken beside the thread and follows it there. The caller's affinity is
+// put back afterwards. Windows 95/98 and XP have no GetCurrentProcessorNumber: nothing is held.
+class HoldProcessor {
+ public:
+  HoldProcessor() {
+    using Fn = DWORD(WINAPI*)(void);
+    static const Fn current = reinterpret_cast<Fn>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "GetCurrentProcessorNumber")));
+    if (!current) return;
+    DWORD cpu = current();
+    if (cpu >= sizeof(DWORD_PTR) * 8) return;
+    old_ = SetThreadAffinityMask(GetCurrentThread(), DWORD_PTR(1) << cpu);
+  }
+  ~HoldProcessor() {
+    if (old_) SetThreadAffinityMask(GetCurrentThread(), old_);
+  }
+  HoldProcessor(const HoldProcessor&) = delete;
+  HoldProcessor& operator=(const HoldProcessor&) = delete;
+
+ private:
+  DWORD_PTR old_ = 0;
+};
+
 // Opens (or creates) `rest` below a root one component at a time: Wine's ANSI registry calls
 // refuse more than 260 characters of path in one piece, and a deep key's path has more.
 LONG OpenPath(HKEY root, const std::string& rest, REGSAM access, bool create, HKEY* out) {
@@ -315,6 +341,7 @@ bool FindSave(const std::string& folder, const std::string& canonical, std::stri
 
 int ReadLiveKey(const char* keyPath, ChangeNode** out) {
   *out = nullptr;
+  HoldProcessor hold;
   KeyPath kp;
   if (!keyPath || !ParseKeyPath(keyPath, &kp)) return ERROR_INVALID_PARAMETER;
   std::string last = kp.LastName();
@@ -330,6 +357,7 @@ int ReadLiveKey(const char* keyPath, ChangeNode** out) {
 
 int DumpRegistry(const char* path, int compression, const int* roots, int rootCount) {
   if (!path) return ERROR_INVALID_PARAMETER;
+  HoldProcessor hold;
   DumpWriter writer;
   int r = writer.Open(path, compression);
   if (r) return r;
@@ -364,6 +392,7 @@ int UpdateLive(const ChangeNode* tree) {
   KeyPath kp;
   if (!ParseKeyPath(static_cast<const char*>(tree->data), &kp)) return ERROR_INVALID_PARAMETER;
   if (!(tree->flags & (kChangeAny | kChangeBelow))) return ERROR_SUCCESS;
+  HoldProcessor hold;
   HKEY h;
   LONG r = OpenPath(RootKey(kp.root), kp.rest, KEY_READ | KEY_WRITE, true, &h);
   if (r != ERROR_SUCCESS) return r;
