@@ -24,7 +24,8 @@
 #pragma once
 #include <stdint.h>
 
-enum ChangeBits {
+// One enumeration for both bytes, so that a kind and a change combine without a cast.
+enum ChangeFlags {
   kChangeOlder = 0x0001,     // only in the older side (side 1)         letter O
   kChangeNewer = 0x0002,     // only in the newer side (side 2)         letter N
   kChangeFrom = 0x0004,      // changed: this node holds the older state; the newer follows it
@@ -32,9 +33,7 @@ enum ChangeBits {
   kChangeExcluded = 0x0010,  // left out of the report
   kChangeBelow = 0x0080,     // something below this node changed
   kChangeAny = 0x000F,
-};
 
-enum ChangeKinds {
   kKindKey = 0x0200,     // registry key
   kKindFolder = 0x0400,  // asset folder
   kKindName = 0x4000,    // plain name: an asset's root

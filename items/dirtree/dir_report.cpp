@@ -24,11 +24,14 @@ void FreeConverted(ChangeNode* n) {
 // The report prints every kind of tree through one printer: a compared directory tree becomes a
 // change tree of folders and files with the same change bits. Null when memory runs out.
 ChangeNode* Convert(const DirNode* d) {
-  const size_t len = std::strlen(d->path);
+  // The root's path keeps its trailing backslash; the report names a folder by its last part.
+  size_t len = std::strlen(d->path);
+  if (len > 3 && d->path[len - 1] == '\\') --len;
   auto* n = static_cast<ChangeNode*>(Io().calloc(1, sizeof(ChangeNode) + len + 1));
   if (!n) return nullptr;
   n->name = reinterpret_cast<char*>(n + 1);
-  std::memcpy(n->name, d->path, len + 1);
+  std::memcpy(n->name, d->path, len);
+  n->name[len] = '\0';
   n->nameLength = static_cast<uint32_t>(len);
   n->flags = static_cast<uint16_t>((d->flags & (kChangeAny | kChangeBelow)) |
                                    ((d->flags & kDirFile) ? kKindFile : kKindFolder));

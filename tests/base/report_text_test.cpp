@@ -1,0 +1,151 @@
+// The text report's tree printer: exact lines for registry, folder and file nodes, every value
+// rendering and its kept oddities, the masks of a sorted report.
+#include "base/report_text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <string>
+
+using namespace orvalis;
+
+namespace {
+
+// Trees built by hand; the nodes live as long as the builder.
+struct Trees {
+  std::deque<ChangeNode> nodes;
+  std::deque<std::string> texts;
+  ChangeNode* Node(uint16_t flags, const char* name, uint16_t depth, ChangeNode* parent = nullptr, bool value = false) {
+    nodes.push_back(ChangeNode{});
+    ChangeNode* n = &nodes.back();
+    n->flags = flags;
+    n->depth = depth;
+    if (name) {
+      texts.emplace_back(name);
+      n->name = texts.back().data();
+      n->nameLength = static_cast<uint32_t>(texts.back().size());
+    }
+    if (parent) {
+      ChangeNode** tail = value ? &parent->values : &parent->children;
+      while (*tail) tail = &(*tail)->next;
+      *tail = n;
+    }
+    return n;
+  }
+  ChangeNode* Value(ChangeNode* key, uint16_t flags, const char* name, uint32_t type, const std::string& data) {
+    ChangeNode* v = Node(flags, name, static_cast<uint16_t>(key->depth + 1), key, true);
+    v->type = type;
+    texts.push_back(data);
+    v->data = texts.back().data();
+    v->length = static_cast<uint32_t>(data.size());
+    if (type == 4) v->data = nullptr;  // the number itself: 0
+    return v;
+  }
+};
+
+std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = true) {
+  FILE* f = std::tmpfile();
+  TreeReportOptions o;
+  o.sorted = sorted;
+  o.truncate = truncate;
+  PrintChangeTree(f, root, o);
+  std::rewind(f);
+  std::string out;
+  char buf[4096];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+  std::fclose(f);
+  return out;
+}
+
+TEST(ReportTree, KeysValuesAndTheirRenderings) {
+  Trees t;
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "Software", 0);
+  ChangeNode* sub = t.Node(kKindKey | kChangeNewer, "Added", 1, root);
+  t.Value(sub, kChangeNewer, "inside", 1, std::string("x") + '\0');
+  const std::string s64(64, 's'), s65(65, 't');
+  t.Value(root, kChangeOlder, nullptr, 1, "default" + std::string(1, '\0'));
+  t.Value(root, kChangeFrom, "s64", 1, s64 + '\0');
+  t.Value(root, kChangeTo, "s65", 1, s65 + '\0');
+  ChangeNode* dw = t.Value(root, kChangeNewer, "dw", 4, "");
+  dw->data = reinterpret_cast<void*>(static_cast<uintptr_t>(255));
+  t.Value(root, kChangeNewer, "b8", 3, "\x01\x02\x03\x04\x05\x06\x07\x08");
+  t.Value(root, kChangeNewer, "b9", 3, std::string("\xAB\xCD\x00\x00\x00\x00\x00\x00\x09", 9));
+  t.Value(root, kChangeNewer, "b17", 3, std::string(17, '\x11'));
+  t.Value(root, kChangeNewer, "list", 7, std::string("one\0two\0\0", 9));
+  t.Value(root, kChangeNewer, "none", 0, "zz");
+  EXPECT_EQ(Print(root),
+            "   [Software]\n"
+            " +   [Added]\n"                             // subkeys before values
+            " +     inside  x\n"
+            " -   <DEFAULT>  default\n"
+            "<-   s64  " + s64 + "\n"                      // 64 characters: no "..."
+            "->   s65  " + std::string(64, 't') + "...\n"  // 65: cut with "..."
+            " +   dw  FF\n"
+            " +   b8  0102030405060708\n"
+            " +   b9  ABCD000000000000\n"                // 9-16 bytes cut without "..." (kept)
+            " +   b17  1111111111111111...\n"
+            " +   list  \"one\"\"two\"\n"
+            " +   none\n");
+}
+
+TEST(ReportTree, LongValuesOverSeveralLinesWhenTruncationIsOff) {
+  Trees t;
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "K", 0);
+  t.Value(root, kChangeNewer, "s", 1, std::string(100, 'a') + '\0');
+  std::string bin;
+  for (int i = 0; i < 40; ++i) bin += static_cast<char>(i);
+  t.Value(root, kChangeNewer, "b", 3, bin);
+  t.Value(root, kChangeNewer, "l", 7, "short" + std::string(1, '\0') + std::string(130, 'm') + '\0' + '\0');
+  EXPECT_EQ(Print(root, false, false),
+            "   [K]\n"
+            " +   s\n"
+            " +     " + std::string(64, 'a') + "\n"
+            " +     " + std::string(36, 'a') + "\n"
+            " +   b\n"
+            " +     000102030405060708090A0B0C0D0E0F\n"   // the first 16 bytes of every 32 (kept)
+            " +     2021222324252627\n"
+            " +   l\n"
+            " +     \"short\"\n"
+            " +     \"" + std::string(64, 'm') + "\n"
+            " +     " + std::string(64, 'm') + "\n"
+            " +     " + std::string(2, 'm') + "\"\n");
+}
+
+TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {
+  Trees t;
+  ChangeNode* root = t.Node(kKindName | kChangeBelow, "C:\\Fonts", 0);
+  ChangeNode* folder = t.Node(kKindFolder | kChangeBelow, "sub\\deep", 1, root);
+  ChangeNode* file = t.Node(kKindFile | kChangeOlder, "sub\\deep\\a.ttf", 2, folder);
+  // 30 May 2000 13:37, seconds field 12: the date text shows the field as it is (kept).
+  file->time = (20u << 25) | (5u << 21) | (30u << 16) | (13u << 11) | (37u << 5) | 12u;
+  file->length = 1234;
+  t.Node(kKindName | kChangeNewer, "ignored", 2, folder);
+  // The root (a plain name) repeats the text of the line before it, which is none yet.
+  EXPECT_EQ(Print(root),
+            "   \n"
+            "     [deep]\n"
+            " -     a.ttf  05/30/2000 13:37:12, 1234\n"
+            " +     a.ttf  05/30/2000 13:37:12, 1234\n");
+}
+
+TEST(ReportTree, SortedPassesRemovalsAdditionsChanges) {
+  Trees t;
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "R", 0);
+  t.Value(root, kChangeFrom, "c", 4, "");
+  t.Value(root, kChangeNewer, "a", 4, "");
+  t.Value(root, kChangeOlder, "r", 4, "");
+  EXPECT_EQ(Print(root, true), "   [R]\n -   r  0\n   [R]\n +   a  0\n   [R]\n<-   c  0\n");
+  // An excluded node and a tree without changes print nothing.
+  root->flags |= kChangeExcluded;
+  EXPECT_EQ(Print(root), "   [R]\n");
+  Trees quiet;
+  EXPECT_EQ(Print(quiet.Node(kKindKey, "Q", 0)), "");
+  EXPECT_EQ(Print(nullptr), "");
+  EXPECT_STREQ(ChangeMarker(kChangeOlder | kChangeNewer), " +");
+  EXPECT_STREQ(ChangeMarker(kChangeTo | kChangeNewer), " +");
+}
+
+}  // namespace

@@ -1,0 +1,118 @@
+// The difference report end to end under Wine: its head, the system-file section unsorted and
+// sorted, INI sections, directories, appending, results for bad arguments, German headings.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "engine/context.h"
+#include "engine/sys.h"
+#include "exports/exports.h"
+#include "tests/support/engine_sandbox.h"
+
+using orvalis_test::EngineSandbox;
+using orvalis_test::FileExists;
+using orvalis_test::ReadWholeFile;
+using orvalis_test::WriteWholeFile;
+
+namespace {
+
+std::string Unix(std::string text) {
+  std::string out;
+  for (char c : text)
+    if (c != '\r') out += c;
+  return out;
+}
+
+class Report : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
+    CreateDirectoryA(box_.file("w").c_str(), nullptr);
+    box_.CopyFromBin("TAMBRELL.DLL");
+    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nbeta\r\ngamma\r\n");
+    WriteWholeFile(box_.file("w\\app.ini"), "[Gone]\r\nx=1\r\n[Main]\r\nColor=blue\r\nSize=9\r\n");
+    WriteWholeFile(box_.file("P.GCF"), "report\n[GROUPFILES_START]\n" + box_.file("w\\notes.txt") + "\n" +
+                                           box_.file("w\\app.ini") + "\n[GROUPFILES_END]\n[GROUPDIRS_START]\n" +
+                                           box_.file("w") + "\n[GROUPDIRS_END]\n");
+    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "before"), 0u);
+    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nBETA\r\ngamma\r\ndelta\r\n");
+    WriteWholeFile(box_.file("w\\app.ini"), "[Main]\r\nColor=green\r\nSize=9\r\n[New]\r\ny=2\r\n");
+    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "after"), 0u);
+    report_ = box_.file("r.log");
+  }
+  std::string Body(const std::string& from, const std::string& to) {
+    const std::string text = Unix(ReadWholeFile(report_));
+    const size_t a = text.find(from);
+    if (a == std::string::npos) return "<no " + from + ">";
+    const size_t b = to.empty() ? std::string::npos : text.find(to, a + from.size());
+    return text.substr(a, b == std::string::npos ? std::string::npos : b - a);
+  }
+  EngineSandbox box_;
+  std::string report_;
+};
+
+TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
+  ASSERT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str()), 0u);
+  const std::string text = Unix(ReadWholeFile(report_));
+  EXPECT_EQ(text.rfind("Orvalis Snapshot Difference Report\n==================================\n\nOlder snapshot: ", 0),
+            0u) << text;
+  EXPECT_NE(text.find("  before\nNewer snapshot: "), std::string::npos);
+  EXPECT_NE(text.find("  after\n\nSystem Information\n\n"), std::string::npos) << text;
+  const std::string notes = box_.file("w\\notes.txt"), ini = box_.file("w\\app.ini");
+  EXPECT_EQ(Body("System Files\n", "Directories\n"),
+            "System Files\n\n\n" + notes + "\n\n - beta\n + BETA\n + delta\n\n" + ini +
+                "\n\n\n - [Gone]\n - x=1\n\n** [Main]\n<- Color=blue\n-> Color=green\n\n + [New]\n + y=2\n");
+  // Directories: the changed files with their time and size, under the directory's title.
+  const std::string dirs = Body("Directories\n", "Registry\n");
+  EXPECT_EQ(dirs.find("Directories\n\n" + box_.file("w") + "\n\n   [w]\n<-   notes.txt  "), 0u) << dirs;
+  EXPECT_NE(dirs.find(", 20\n->   notes.txt  "), std::string::npos) << dirs;
+  EXPECT_NE(dirs.find(", 27\n\n\n"), std::string::npos) << dirs;
+  // Sorted: removals, additions, then only the newer text of a change.
+  box_.SetOrvalis("SortReportByType", "1");
+  ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str(), 0), 0u);
+  EXPECT_EQ(Body("System Files\n", ""),
+            "System Files\n\n\n" + notes + "\n\n - beta\n + BETA\n + delta\n\n" + ini +
+                "\n\n\n - [Gone]\n - x=1\n\n + [New]\n + y=2\n\n** [Main]\n<- Color=blue\n-> Color=green\n");
+}
+
+TEST_F(Report, LiveSystemAppendingAndBadArguments) {
+  ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
+  EXPECT_NE(Unix(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
+      << ReadWholeFile(report_);
+  // Appending adds a section and no second head.
+  ASSERT_EQ(CreateReportOfDriveDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str(), 1), 0u);
+  const std::string text = Unix(ReadWholeFile(report_));
+  EXPECT_EQ(text.find("Orvalis Snapshot Difference Report", 1), std::string::npos);
+  EXPECT_NE(text.find("Drives\n\n"), std::string::npos);
+  // A null or empty older snapshot writes nothing; an unopenable report is 110.
+  DeleteFileA(report_.c_str());
+  EXPECT_EQ(CreateReportOfSnapshotDifferences(nullptr, "BASE0001.BCF", report_.c_str()), 87u);
+  EXPECT_EQ(CreateReportOfRegistryDifferences("", "BASE0001.BCF", report_.c_str(), 0), 87u);
+  EXPECT_FALSE(FileExists(report_));
+  EXPECT_EQ(CreateReportOfAssetDifferences("BASE0000.BCF", nullptr, box_.file("no\\such\\r.log").c_str(), 0), 110u);
+  // A snapshot that cannot be read, or a companion that is damaged, leaves its part empty.
+  WriteWholeFile(box_.file("NIMBRA\\DIR0000.OVD"), "garbage");
+  EXPECT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0009.BCF", report_.c_str()), 0u);
+  EXPECT_TRUE(FileExists(report_));
+}
+
+// Run with the German locale (ORVALIS_LC_ALL): the headings come from the German library.
+TEST_F(Report, GermanHeadingsForAGermanUser) {
+  char lang[16] = "";
+  GetLocaleInfoA(GetUserDefaultLCID(), LOCALE_SABBREVLANGNAME, lang, sizeof lang);
+  if (std::string(lang) != "DEU") GTEST_SKIP() << "run by CTest with the German locale";
+  box_.CopyFromBin("DEUOV32.DLL");
+  SetCurrentDirectoryA(box_.dir().c_str());
+  // The snapshots of SetUp loaded the language library before it was there: a thread
+  // notification lets it go, and the next export loads it again.
+  orvalis::HandleLibraryEntry(orvalis::State().instance, DLL_THREAD_ATTACH);
+  ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
+  const std::string text = Unix(ReadWholeFile(report_));
+  EXPECT_EQ(text.find("System Files"), std::string::npos) << text;
+  EXPECT_EQ(text.find("Current system"), std::string::npos) << text;
+  EXPECT_EQ(text.find("Older snapshot"), std::string::npos) << text;
+}
+
+}  // namespace
