@@ -29,6 +29,8 @@ unsigned long ORVALIS_API RenameSnapshot(const char* name, const char* descripti
 unsigned long ORVALIS_API GetProfileList(const char* outFolder, const char* outName);
 unsigned long ORVALIS_API ExportSnapshot(const char* name, const char* packagePath);
 unsigned long ORVALIS_API ImportSnapshot(const char* packagePath, const char* folder);
+// Beyond the 38: checks a snapshot's or a package's companions against their CRC-32s.
+unsigned long ORVALIS_API VerifySnapshot(const char* name, const char* report);
 
 // Text reports
 unsigned long ORVALIS_API CreateReportOfSnapshotDifferences(const char* older, const char* newer, const char* report);
