@@ -112,7 +112,7 @@ bool RebootCommand(char* command, size_t size) {
 
 void RequestRestart(bool torvanePresent, const char* command) {
   if (torvanePresent)
-    Sys().WinExec(command, SW_SHOWNORMAL);
+    Sys().WinExec(command, SW_SHOW);  // 5, as the restart has always been started
   else
     Sys().ExitWindowsEx(EWX_REBOOT, 0);
 }
