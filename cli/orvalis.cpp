@@ -233,8 +233,24 @@ int CmdExport(const Args& a) {
 }
 
 int CmdImport(const Args& a) {
-  if (int rc = Need(a, 2, "import PACKAGE FOLDER")) return rc;
-  return Finish(Entry<Str2>("_ImportSnapshot")(a.positional[0].c_str(), a.positional[1].c_str()));
+  if (int rc = Need(a, 1, "import PACKAGE [FOLDER]")) return rc;
+  const char* folder = a.positional.size() > 1 ? a.positional[1].c_str() : nullptr;
+  return Finish(Entry<Str2>("_ImportSnapshot")(a.positional[0].c_str(), folder));
+}
+
+// Prints what a check found and answers its result: non-zero when damage was found.
+int CmdVerify(const Args& a) {
+  if (int rc = Need(a, 1, "verify SNAPSHOT|PACKAGE")) return rc;
+  char folder[MAX_PATH], report[MAX_PATH];
+  if (!GetTempPathA(sizeof folder, folder) || !GetTempFileNameA(folder, "orv", 0, report)) return Finish(5);
+  const unsigned long rc = Entry<Str2>("_VerifySnapshot")(a.positional[0].c_str(), report);
+  if (FILE* f = std::fopen(report, "r")) {
+    char line[1024];
+    while (std::fgets(line, sizeof line, f)) std::fputs(line, stdout);
+    std::fclose(f);
+  }
+  DeleteFileA(report);
+  return Finish(rc);
 }
 
 int CmdInfo(const Args& a) {
@@ -311,7 +327,10 @@ const Command kCommands[] = {
     {"rename", "rename SNAPSHOT DESCRIPTION", "change a snapshot's description", CmdRename},
     {"delete", "delete SNAPSHOT", "delete a snapshot with its companion files", CmdDelete},
     {"export", "export SNAPSHOT PACKAGE", "write a snapshot and its companions into one package", CmdExport},
-    {"import", "import PACKAGE FOLDER", "read a package back as a new snapshot", CmdImport},
+    {"import", "import PACKAGE [FOLDER]", "read a package back as a new snapshot (into the engine's folder)",
+     CmdImport},
+    {"verify", "verify SNAPSHOT|PACKAGE",
+     "check that every companion is there and every recorded CRC-32 matches", CmdVerify},
     {"info", "info SNAPSHOT OUTPUT.xml", "write a snapshot's information document", CmdInfo},
     {"report", "report OLDER [NEWER] OUTPUT [--section all|files|registry|dirs|assets|sysinfo|drives] [--append]",
      "write the text report of differences (against the live system without NEWER)", CmdReport},
@@ -393,7 +412,19 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "orvalis: cannot load %s (error %lu)\n", dll.c_str(), GetLastError());
     return orvalis::kResultBadLibrary;
   }
+  // The long operations say what they do and how long it took.
+  const bool timed = !std::strcmp(cmd->name, "snapshot") || !std::strcmp(cmd->name, "report") ||
+                     !std::strcmp(cmd->name, "restore") || !std::strcmp(cmd->name, "export") ||
+                     !std::strcmp(cmd->name, "import") || !std::strcmp(cmd->name, "tick");
+  if (timed) {
+    std::printf("%s: working...\n", cmd->name);
+    std::fflush(stdout);
+  }
+  const DWORD start = GetTickCount();
   int rc = cmd->run(args);
+  if (timed)
+    std::printf("%s: %s in %.1f s\n", cmd->name, rc == 0 ? "done" : "failed",
+                static_cast<double>(GetTickCount() - start) / 1000.0);
   FreeLibrary(g_engine);
   return rc;
 }

@@ -24,7 +24,7 @@ expect() {  # expect NAME PATTERN (grep -E on the last output)
 
 check "usage" 0 --help;                     expect "usage" "orvalis tick"
 check "unknown command" 87 frobnicate;      expect "unknown command" "unknown command 'frobnicate'"
-for c in settings snapshot profiles snapshots rename delete export import info report diff restore tick; do
+for c in settings snapshot profiles snapshots rename delete export import verify info report diff restore tick; do
   check "help $c" 0 $c --help;              expect "help $c" "^usage: orvalis $c"
 done
 check "settings" 0 settings --max 2 --interval 5; expect "settings" "MaxScheduleSnapshots  2"
@@ -49,8 +49,25 @@ check "rename" 0 rename BASE0000.BCF "renamed"
 check "list renamed" 0 snapshots;           expect "list renamed" "BASE0000.BCF .* renamed"
 check "delete" 0 delete BASE0000.BCF
 check "delete again" 4294967295 delete BASE0000.BCF
-check "not built yet" 120 export BASE0002.BCF "$(win "$work/p.pkg")"
-expect "not built yet" "not available in this build"
+# A package: written, checked, read back as a new snapshot; a damaged one refused in words.
+check "export" 0 export BASE0002.BCF "$(win "$work/p.pkg")"
+expect "export" "export: done in"
+check "verify package" 0 verify "$(win "$work/p.pkg")"; expect "verify package" "Intact."
+check "import" 0 import "$(win "$work/p.pkg")"
+check "verify snapshot" 0 verify BASE0002.BCF;    expect "verify snapshot" "Intact."
+printf 'garbage' >"$work/bad.pkg"
+check "import damaged" 13 import "$(win "$work/bad.pkg")"
+expect "import damaged" "error 13: invalid data"
+check "verify missing" 2 verify BASE0099.BCF
+# The report, whole, and what a path that cannot be written says.
+check "report" 0 report BASE0002.BCF BASE0003.BCF "$(win "$work/r.log")"
+grep -q "Orvalis Snapshot Difference Report" "$work/r.log" || { echo "FAIL: report head"; fails=$((fails + 1)); }
+check "report unwritable" 110 report BASE0002.BCF "$(win "$work/no/such/r.log")"
+expect "report unwritable" "error 110"
+check "info" 0 info BASE0002.BCF "$(win "$work/i.xml")"
+grep -q "<ORVALISBCF>" "$work/i.xml" || { echo "FAIL: info document"; fails=$((fails + 1)); }
+check "restore" 0 restore BASE0002.BCF;           expect "restore" "restore: done in"
+check "restore missing" 0 restore BASE0099.BCF   # an unreadable snapshot still takes an undo snapshot
 
 rm -rf "$work"
 if [ $fails -eq 0 ]; then echo "orvalis.exe: all checks passed"; else echo "$fails checks failed"; fi
