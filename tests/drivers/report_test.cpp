@@ -31,13 +31,13 @@ class Report : public ::testing::Test {
     CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
     CreateDirectoryA(box_.file("w").c_str(), nullptr);
     box_.CopyFromBin("TAMBRELL.DLL");
-    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nbeta\r\ngamma\r\n");
+    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nVersion 1.0 of the notes\r\ngamma\r\n");
     WriteWholeFile(box_.file("w\\app.ini"), "[Gone]\r\nx=1\r\n[Main]\r\nColor=blue\r\nSize=9\r\n");
     WriteWholeFile(box_.file("P.GCF"), "report\n[GROUPFILES_START]\n" + box_.file("w\\notes.txt") + "\n" +
                                            box_.file("w\\app.ini") + "\n[GROUPFILES_END]\n[GROUPDIRS_START]\n" +
                                            box_.file("w") + "\n[GROUPDIRS_END]\n");
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "before"), 0u);
-    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nBETA\r\ngamma\r\ndelta\r\n");
+    WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nVersion 1.1 of the notes\r\ngamma\r\ndelta\r\n");
     WriteWholeFile(box_.file("w\\app.ini"), "[Main]\r\nColor=green\r\nSize=9\r\n[New]\r\ny=2\r\n");
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "after"), 0u);
     report_ = box_.file("r.log");
@@ -62,18 +62,18 @@ TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
   EXPECT_NE(text.find("  after\n\nSystem Information\n\n"), std::string::npos) << text;
   const std::string notes = box_.file("w\\notes.txt"), ini = box_.file("w\\app.ini");
   EXPECT_EQ(Body("System Files\n", "Directories\n"),
-            "System Files\n\n\n" + notes + "\n\n - beta\n + BETA\n + delta\n\n" + ini +
-                "\n\n\n - [Gone]\n - x=1\n\n** [Main]\n<- Color=blue\n-> Color=green\n\n + [New]\n + y=2\n");
+            "System Files\n\n\n" + notes + "\n\n<- Version 1.0 of the notes\n-> Version 1.1 of the notes\n + delta\n\n" +
+                ini + "\n\n\n - [Gone]\n - x=1\n\n** [Main]\n<- Color=blue\n-> Color=green\n\n + [New]\n + y=2\n");
   // Directories: the changed files with their time and size, under the directory's title.
   const std::string dirs = Body("Directories\n", "Registry\n");
   EXPECT_EQ(dirs.find("Directories\n\n" + box_.file("w") + "\n\n   [w]\n<-   notes.txt  "), 0u) << dirs;
-  EXPECT_NE(dirs.find(", 20\n->   notes.txt  "), std::string::npos) << dirs;
-  EXPECT_NE(dirs.find(", 27\n\n\n"), std::string::npos) << dirs;
+  EXPECT_NE(dirs.find(", 40\n->   notes.txt  "), std::string::npos) << dirs;
+  EXPECT_NE(dirs.find(", 47\n\n\n"), std::string::npos) << dirs;
   // Sorted: removals, additions, then only the newer text of a change.
   box_.SetOrvalis("SortReportByType", "1");
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str(), 0), 0u);
   EXPECT_EQ(Body("System Files\n", ""),
-            "System Files\n\n\n" + notes + "\n\n - beta\n + BETA\n + delta\n\n" + ini +
+            "System Files\n\n\n" + notes + "\n\n + delta\n-> Version 1.1 of the notes\n\n" + ini +
                 "\n\n\n - [Gone]\n - x=1\n\n + [New]\n + y=2\n\n** [Main]\n<- Color=blue\n-> Color=green\n");
 }
 
