@@ -151,6 +151,11 @@ TEST_F(RestoreRows, FailingStagesReachOnlyTheLog) {
     EXPECT_NE(Log().find("missing registry back files\nrestore of reg keys failed, error 13\n"), std::string::npos)
         << Log();
   }
+  // No memory for the record: 8, and only the lines written before it.
+  Io().calloc = [](size_t, size_t) -> void* { return nullptr; };
+  EXPECT_EQ(RestoreFromSpecifiedSnapshot("BASE0000.BCF"), 8u);
+  ResetIo();
+  EXPECT_EQ(Log(), "RestoreFromSpecifiedSnapshot: Entered\nBASE0000.BCF\n");
   // The seven exports that restore nothing write nothing and answer the start-up's result.
   WriteWholeFile(box_.file("halvern.log"), "");
   for (auto stub : {RestoreFromInitialSnapshot, RestoreFromMostRecentSnapshot, RestoreFromUndoSnapshot,
@@ -209,6 +214,7 @@ UINT_PTR WINAPI FakeSetTimer(HWND, UINT_PTR id, UINT ms, TIMERPROC) {
 BOOL WINAPI FakeKillTimer(HWND, UINT_PTR) { return g_calls.push_back("KillTimer"), TRUE; }
 BOOL WINAPI FakeEndDialog(HWND, INT_PTR r) { return g_calls.push_back("EndDialog " + std::to_string(r)), TRUE; }
 HWND WINAPI FakeFocus(HWND) { return nullptr; }
+int WINAPI NoString(HINSTANCE, UINT, LPSTR out, int) { return out[0] = '\0', 0; }
 
 class Reboot : public RestoreRows {
  protected:
@@ -273,6 +279,12 @@ TEST_F(Reboot, TheCountdownBoxLaysOutCountsAndCloses) {
                      "BUTTON 50010001 103,64 84x26 id 65534\n"
                      "text Reboot\n"
                      "SetTimer 1000\n");
+  // Texts the language library does not have fall back to the ones built in.
+  g_calls.clear();
+  Sys().LoadStringA = NoString;
+  EXPECT_EQ(RebootCountdownProc(box, WM_INITDIALOG, 0, 0), 1);
+  EXPECT_NE(Calls().find("text System will automatically reboot in 15 seconds\n"), std::string::npos) << Calls();
+  EXPECT_NE(Calls().find("text Reboot\n"), std::string::npos);
   // A count of 1 closes at the first tick.
   g_calls.clear();
   RebootCountdown = 1;
