@@ -52,6 +52,15 @@ void CheckPacked(Findings& f, const char* what, const char* folder, const char* 
     f.Ok(what, name);
 }
 
+long FileSize(const char* path) {
+  FILE* f = Io().fopen(path, "rb");
+  if (!f) return -1;
+  std::fseek(f, 0, SEEK_END);
+  const long n = std::ftell(f);
+  Io().fclose(f);
+  return n;
+}
+
 void CheckExists(Findings& f, const char* what, const char* folder, const char* name) {
   char path[MAX_PATH];
   if (!CompanionPath(folder, name, path))
@@ -134,6 +143,13 @@ void CheckSnapshot(Findings& f, const char* path, SnapshotRecord* rec) {
     } halves[] = {{b->userName, b->userFlag, b->userCrc}, {b->systemName, b->systemFlag, b->systemCrc}};
     for (const auto& h : halves) {
       if (!h.name[0]) continue;
+      char copy[MAX_PATH];
+      // A data file that was not there to copy leaves its reserved companion empty, with no CRC:
+      // that is how the snapshot was taken, not damage.
+      if (h.crc == 0 && CompanionPath(folder, h.name, copy) && PathExists(copy) && FileSize(copy) == 0) {
+        f.Ok("registry data copy (nothing was there to copy)", h.name);
+        continue;
+      }
       if (h.flag)
         CheckPacked(f, "registry data copy", folder, h.name, h.crc);
       else
