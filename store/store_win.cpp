@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/io.h"
 #include "base/textutil.h"
@@ -190,6 +191,23 @@ bool FindGroupRecord(const char* indexPath, RecordGroup group, const char* name,
         if (first) *first = e.first;
         if (second) *second = e.second;
       });
+}
+
+bool FindDocumentSides(const char* first, const char* second, const char* item, RecordGroup group, int live,
+                       DocumentSide* older, DocumentSide* newer, bool* listing) {
+  *older = DocumentSide{};
+  *newer = DocumentSide{};
+  *listing = first && !second && !live;
+  if (!first && !live) return false;
+  for (auto [name, side] : {std::pair{first, older}, std::pair{second, newer}}) {
+    if (!name) continue;
+    char index[MAX_PATH];
+    if (!EngineSnapshotPath(name, index) ||
+        !FindGroupRecord(index, group, item, side->companion, &side->first, &side->second))
+      return false;
+    side->named = true;
+  }
+  return true;
 }
 
 bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,

@@ -41,6 +41,18 @@ bool FindFileInfoCopy(const char* indexPath, const char* filePath, char* out);
 enum class RecordGroup { kRegInfo, kAssetInfo, kDirInfo };
 bool FindGroupRecord(const char* indexPath, RecordGroup group, const char* name, char* companion, int32_t* first,
                      uint32_t* second);
+// The sides of a registry or asset difference document: each named snapshot's record of the item
+// (its companion's full path and its two numbers). With no first snapshot the live system stands
+// in (live must be set); with no second, live or nothing (a listing of the first alone). False
+// when a named snapshot does not list the item or no side is given (the documents answer 87).
+struct DocumentSide {
+  bool named;           // a snapshot holds this side; otherwise the live system or nothing
+  char companion[260];
+  int32_t first;
+  uint32_t second;
+};
+bool FindDocumentSides(const char* first, const char* second, const char* item, RecordGroup group, int live,
+                       DocumentSide* older, DocumentSide* newer, bool* listing);
 // The DIRINFO record of a directory: its listing's full path, compressed flag and CRC.
 bool FindDirInfoRecord(const char* indexPath, const char* directory, char* listing, int32_t* compressed,
                        uint32_t* crc);

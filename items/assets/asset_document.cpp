@@ -72,34 +72,18 @@ uint32_t WriteAssetXml(const ChangeNode* tree, const char* destination, bool lis
 
 uint32_t WriteAssetComparison(const char* first, const char* second, const char* asset, const char* destination,
                               int live) {
-  bool listing = true;
-  char file1[MAX_PATH] = "", file2[MAX_PATH] = "", index[MAX_PATH];
-  int32_t value1 = 0, value2 = 0;
-  uint32_t flags1 = 0, flags2 = 0;
-  if (!first) {
-    if (!live) return kResultInvalidParameter;
-    listing = false;
-  } else if (!EngineSnapshotPath(first, index) ||
-             !FindGroupRecord(index, RecordGroup::kAssetInfo, asset, file1, &value1, &flags1)) {
+  DocumentSide older, newer;
+  bool listing;
+  if (!FindDocumentSides(first, second, asset, RecordGroup::kAssetInfo, live, &older, &newer, &listing))
     return kResultInvalidParameter;
-  }
-  if (!second) {
-    if (live) listing = false;
-    value2 = value1;  // the live side is read with the snapshot's own options
-    flags2 = flags1;
-  } else {
-    if (!EngineSnapshotPath(second, index) ||
-        !FindGroupRecord(index, RecordGroup::kAssetInfo, asset, file2, &value2, &flags2))
-      return kResultInvalidParameter;
-    listing = false;
-    if (!first) {
-      value1 = value2;
-      flags1 = flags2;
-    }
-  }
-  const uint32_t flags = (flags1 & 0xFFFF) | (flags2 & 0xFFFF) << 16;
-  const uint32_t value = (static_cast<uint32_t>(value1) & 0xFFFF) | (static_cast<uint32_t>(value2) & 0xFFFF) << 16;
-  ChangeNode* tree = BuildAssetChangeTree(first ? file1 : nullptr, second ? file2 : nullptr, asset, live, flags, value);
+  // Each side is read with its own entry's value and options; a side without a snapshot (the live
+  // files) with the other's.
+  const DocumentSide& a = older.named ? older : newer;
+  const DocumentSide& b = newer.named ? newer : a;
+  const uint32_t flags = (a.second & 0xFFFF) | (b.second & 0xFFFF) << 16;
+  const uint32_t value = (static_cast<uint32_t>(a.first) & 0xFFFF) | (static_cast<uint32_t>(b.first) & 0xFFFF) << 16;
+  ChangeNode* tree = BuildAssetChangeTree(older.named ? older.companion : nullptr,
+                                          newer.named ? newer.companion : nullptr, asset, live, flags, value);
   WriteAssetXml(tree, destination, listing);  // its result is not the export's: the export answers 0
   FreeAssetChangeTree(tree);
   return kResultOk;

@@ -117,24 +117,12 @@ uint32_t WriteRegKeyXml(const ChangeNode* tree, const char* destination, bool li
 
 uint32_t WriteRegComparison(const char* first, const char* second, const char* key, const char* destination,
                             int live) {
-  bool listing = true;
-  char file1[MAX_PATH] = "", file2[MAX_PATH] = "", index[MAX_PATH];
-  if (!first) {
-    if (!live) return kResultInvalidParameter;
-    listing = false;
-  } else if (!EngineSnapshotPath(first, index) ||
-             !FindGroupRecord(index, RecordGroup::kRegInfo, key, file1, nullptr, nullptr)) {
+  DocumentSide older, newer;
+  bool listing;
+  if (!FindDocumentSides(first, second, key, RecordGroup::kRegInfo, live, &older, &newer, &listing))
     return kResultInvalidParameter;
-  }
-  if (!second) {
-    if (live) listing = false;
-  } else {
-    if (!EngineSnapshotPath(second, index) ||
-        !FindGroupRecord(index, RecordGroup::kRegInfo, key, file2, nullptr, nullptr))
-      return kResultInvalidParameter;
-    listing = false;
-  }
-  ChangeNode* tree = BuildRegChangeTree(first ? file1 : nullptr, second ? file2 : nullptr, key, live);
+  ChangeNode* tree = BuildRegChangeTree(older.named ? older.companion : nullptr, newer.named ? newer.companion : nullptr,
+                                        key, live);
   WriteRegKeyXml(tree, destination, listing);  // its result is not the export's: the export answers 0
   FreeRegChangeTree(tree);
   return kResultOk;

@@ -27,11 +27,6 @@ using orvalis_test::WriteWholeFile;
 
 namespace {
 
-std::string g_windows;
-UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
-  lstrcpynA(out, g_windows.c_str(), static_cast<int>(size));
-  return static_cast<UINT>(g_windows.size());
-}
 
 class Restore : public ::testing::Test {
  protected:
@@ -43,10 +38,9 @@ class Restore : public ::testing::Test {
     CreateDirectoryA(box_.file("fonts").c_str(), nullptr);
     CreateDirectoryA(box_.file("fonts\\sub").c_str(), nullptr);
     CreateDirectoryA(box_.file("windows").c_str(), nullptr);
-    g_windows = box_.file("windows");
     WriteWholeFile(box_.file("windows\\USER.DAT"), "user hive");
     WriteWholeFile(box_.file("windows\\SYSTEM.DAT"), "system hive");
-    Sys().GetWindowsDirectoryA = SandboxWindowsFolder;
+    box_.SetWindowsFolder(box_.file("windows"));
     WriteWholeFile(File("app.ini"), "[Main]\r\nColor=blue\r\n");
     WriteWholeFile(File("locked.txt"), "do not touch\r\n");
     SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_READONLY);

@@ -15,6 +15,12 @@ namespace orvalis_test {
 namespace {
 
 std::string g_modulePath;
+std::string g_windowsFolder;
+
+UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
+  lstrcpynA(out, g_windowsFolder.c_str(), static_cast<int>(size));
+  return static_cast<UINT>(g_windowsFolder.size());
+}
 
 DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
   if (module != nullptr && module != GetModuleHandleA(nullptr)) return GetModuleFileNameA(module, out, size);
@@ -89,6 +95,11 @@ void EngineSandbox::CopyFromBin(const char* name, const char* as) {
   std::string from = BinDir() + "\\" + name;
   std::string to = file(as ? as : name);
   CopyFileA(from.c_str(), to.c_str(), FALSE);
+}
+
+void EngineSandbox::SetWindowsFolder(const std::string& folder) {
+  g_windowsFolder = folder;
+  orvalis::Sys().GetWindowsDirectoryA = SandboxWindowsFolder;
 }
 
 void EngineSandbox::RemoveCompanionLibraries() {

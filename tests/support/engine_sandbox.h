@@ -40,6 +40,9 @@ class EngineSandbox {
   void SetHklmString(const char* key, const char* value, const char* data);
   // Copies a file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
   void CopyFromBin(const char* name, const char* as = nullptr);
+  // The seam's GetWindowsDirectoryA answers this folder (where USER.DAT and SYSTEM.DAT lie on
+  // Windows 95/98) until RestoreSeam.
+  void SetWindowsFolder(const std::string& folder);
   // Takes the registry and asset libraries out of the module folder again (the sandbox puts them
   // there, as every snapshot needs them).
   void RemoveCompanionLibraries();

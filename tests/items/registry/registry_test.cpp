@@ -24,11 +24,6 @@ namespace {
 
 bool Windows9x() { return (GetVersion() & 0x80000000u) != 0; }
 
-std::string g_windows;
-UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
-  lstrcpynA(out, g_windows.c_str(), static_cast<int>(size));
-  return static_cast<UINT>(g_windows.size());
-}
 BOOL WINAPI CopyFailsForUserDat(LPCSTR from, LPCSTR to, BOOL failIfExists) {
   if (std::string(from).find("USER.DAT") != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
   return CopyFileA(from, to, failIfExists);
@@ -45,10 +40,9 @@ class Registry : public ::testing::Test {
     root_ = "Software\\OrvalisTest\\reg" + std::to_string(rd());
     CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
     CreateDirectoryA(box_.file("windows").c_str(), nullptr);
-    g_windows = box_.file("windows");
     WriteWholeFile(box_.file("windows\\USER.DAT"), "user hive");
     WriteWholeFile(box_.file("windows\\SYSTEM.DAT"), "system hive");
-    Sys().GetWindowsDirectoryA = SandboxWindowsFolder;
+    box_.SetWindowsFolder(box_.file("windows"));
     Set("A", "v", "1");
     Set("C", "v", "3");
     Set("C\\Deeper", "", "default value");
