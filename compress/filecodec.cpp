@@ -46,12 +46,12 @@ void CloseIfOpen(FILE* f) {
 }  // namespace
 
 int CompressFileWith(const char* source, const char* target, uint32_t* crc, void* work,
-                     size_t workSize, int type, int dictSize) {
+                     size_t workSize, int type, int dictSize, int level) {
   if (!work || workSize < kFileCodecWorkSize) return 8;
   FileStreams s{std::fopen(source, "rb"), std::fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
   int result = 0;
   if (s.in && s.out) {
-    if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize) != kImplodeOk)
+    if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize, level) != kImplodeOk)
       result = -1;
     else
       s.crc = ~s.crc;
