@@ -37,14 +37,21 @@ constexpr int kByteGain = 6;   // bits a byte of a match is assumed to save, for
 // The code lengths are fixed, so every token's price is exact and stateless: a segment can
 // end wherever no match found so far reaches past the current position, and the path is
 // then exact for the matches looked at. kOptSpan only bounds the memory.
-// Tuned on the find(1) listing of /usr (bench/), where an exhaustive search (every
-// candidate, no shortcut) reaches 0.1458 at 14 MB/s against the fast level's 0.1492:
-//   chain/nice   6/24: 0.1488, 142 MB/s   10/32: 0.1476, 109 MB/s   16/48: 0.1471, 78 MB/s
-// A match of kOptNice bytes or more is taken at once (the longest one found) and its
-// inside is not searched; the chain depth decides how many short matches are seen.
-constexpr int kOptSpan = 4096;  // positions in one segment at most
-constexpr int kOptChain = 10;   // candidates looked at per position
+// What is looked at is the speed knob. A match of kOptNice bytes or more is taken at once
+// (the longest one found) and its inside is not searched; inside a shorter match of
+// kOptSkimLen or more, up to its last kOptSkimTail bytes, only the newest candidate is
+// looked at. Figures on the find(1) listing of /usr, binary/1024 (bench/; fast level
+// 0.1492 at 320 MB/s), with chain/nice/skimming:
+//   every candidate, nothing taken at once: 0.1458 at 14 MB/s (the exact optimum)
+//   16/32/none: 0.1474, 90 MB/s     16/32/8: 0.1480, 150 MB/s     6/24/none: 0.1488, 142 MB/s
+// The registry export gives 0.3278 exhaustively, 0.3288 and 0.3294 with the two 16/32 rows.
+constexpr int kOptSpan = 4096;    // positions in one segment at most
+constexpr int kOptChain = 16;     // candidates looked at per position
 constexpr int kOptNice = 32;
+constexpr int kOptSkimLen = 8;
+constexpr int kOptSkimTail = 2;
+constexpr int kOptSkimChain = 1;
+static_assert(kOptSkimChain <= kOptChain, "FindAll fills one candidate array for both");
 
 // Input window: the dictionary's worth of history, a block of new data, and enough read-ahead
 // for a maximal match starting one byte ahead (the lazy step) or anywhere in a segment.
@@ -223,6 +230,7 @@ class Encoder {
     node[0] = 0;
     int reach = 0;  // every node up to here has a price (possibly "none yet")
     Candidate cand[kOptChain + 1];
+    int skimUntil = 0;  // positions before this one lie inside a match found earlier
     for (int r = 0;; ++r) {
       // Nothing found so far crosses r: the cheapest way to r is part of the cheapest way on.
       if (r == limit || (r > 0 && r == reach)) {
@@ -231,7 +239,7 @@ class Encoder {
       }
       const size_t pos = start + r;
       const int maxLen = avail - r < size_t(kMaxMatch) ? int(avail - r) : kMaxMatch;
-      const int found = FindAll(pos, maxLen, cand);
+      const int found = FindAll(pos, maxLen, r < skimUntil ? kOptSkimChain : kOptChain, cand);
       Insert(pos);
       const uint32_t base = NodePrice(node[r]);
       if (found > 0 && cand[found - 1].len >= kOptNice) {
@@ -243,6 +251,8 @@ class Encoder {
         return pos + m.len;
       }
       const int furthest = r + (found > 0 ? cand[found - 1].len : 1);
+      if (furthest - r >= kOptSkimLen && furthest - kOptSkimTail > skimUntil)
+        skimUntil = furthest - kOptSkimTail;
       while (reach < furthest) node[++reach] = kNoWay;
       Relax(node + r + 1, base + LiteralBits(s_->win[pos]), 1, 0);
       int len = kMinMatch;
@@ -287,10 +297,11 @@ class Encoder {
     if (op_ >= s_->out + kOutSize && !writeFailed_) writeFailed_ = !FlushOut();
   }
 
-  // Every useful match at pos among the candidates looked at, shortest first: each one the
-  // nearest of its length or more, since nearer distances never cost more bits. Returns the
-  // count; candidates of length 2 lie within kMaxDistLen2.
-  int FindAll(size_t pos, int maxLen, Candidate* out) const {
+  // Every useful match at pos among the first `chain` candidates of the 3-byte chain, and the
+  // nearest byte pair, shortest first: each one the nearest of its length or more, since
+  // nearer distances never cost more bits. Returns the count (at most chain + 1); candidates
+  // of length 2 lie within kMaxDistLen2.
+  int FindAll(size_t pos, int maxLen, int chain, Candidate* out) const {
     if (maxLen < kMinMatch) return 0;
     uint32_t maxDist = pos < dict_ ? uint32_t(pos) : dict_;
     const unsigned char* cur = s_->win + pos;
@@ -307,7 +318,7 @@ class Encoder {
     }
     if (maxLen < 3) return count;
     uint32_t cand = s_->head[Hash3(Load32LE(cur))];
-    for (int chain = kOptChain; chain > 0; --chain) {
+    for (; chain > 0; --chain) {
       d = abs - cand;
       if (d - 1 >= maxDist) break;
       const unsigned char* m2 = cur - d;

@@ -16,7 +16,7 @@ inline constexpr int kImplodeAscii = 1;   // literals use the fixed code that fa
 inline constexpr int kImplodeFast = 0;     // lazy matching, about 4x the DCL library's speed
 inline constexpr int kImplodeOptimal = 1;  // the cheapest token sequence for the matches found,
                                            // by exact bit prices: 1-3% smaller streams at a
-                                           // quarter to a third of the fast level's speed
+                                           // third to a half of the fast level's speed
 
 // Result codes of Implode. Positive: trouble outside the data; negative: bad arguments.
 enum ImplodeResult : int {
