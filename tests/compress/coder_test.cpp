@@ -221,7 +221,7 @@ TEST(Implode, ReachesTheFormatsLimitsAndNoFurther) {
         {r.substr(0, dict) + r.substr(0, 518), size_t(dict) * 9 / 8 + 16},
         {r + r.substr(0, 518), SIZE_MAX},
         // Two literals and 518 bytes 1 back: 56 bits (57 and 58 with more low distance bits).
-        {"b" + std::string(519, 'a'), dict == 1024 ? 9u : 10u},
+        {std::string("b").append(519, 'a'), dict == 1024 ? 9u : 10u},
         // A pair 256 back saves 4 bits (294 bytes instead of 295); 257 back is out of reach.
         {ramp + ramp.substr(0, 2), 294},
         {ramp + ramp.substr(0, 1) + ramp.substr(0, 2), SIZE_MAX},
@@ -294,7 +294,7 @@ TEST(Implode, OptimalLevelSurvivesItsBoundaries) {
       {"never settles", unsettled, 4096},
       {"never settles, trickled", unsettled.substr(0, 9000), 1},
       {"window moves", Text(150000), 7},
-      {"run of 1035", "q" + std::string(1035, 'r'), 3},
+      {"run of 1035", std::string("q").append(1035, 'r'), 3},
       {"ends inside a copy", Text(5000) + Text(700), 65536},
       {"ends after a pair", Patchwork(800, 5, 20, 1024) + "ab", 13},
   };
