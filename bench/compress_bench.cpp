@@ -8,7 +8,7 @@
 //
 // --dump DIR writes the generated corpora there, to look at or to feed other tools.
 //
-// Prints, per corpus and coder setting, implode MB/s (of input), explode MB/s (of output)
+// Prints, per corpus, coder setting and level (fast, optimal), implode MB/s (of input), explode MB/s (of output)
 // and the compressed/original ratio. MB = 10^6 bytes. Each figure is the best of N runs,
 // by the wall clock and by the processor time of this process (std::clock), the second
 // being the one to trust when other work shares the machine.
@@ -30,24 +30,15 @@
 #include "compress/coder_mem.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
+#include "bench/compress_corpora.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kListingCap = 16u << 20;
+using namespace orvalis_bench;
 
-// xorshift64*: the synthetic corpora must not depend on the standard library's engines.
-struct Rng {
-  uint64_t s;
-  uint64_t Next() {
-    s ^= s >> 12;
-    s ^= s << 25;
-    s ^= s >> 27;
-    return s * 2685821657736338717ull;
-  }
-  unsigned Below(unsigned n) { return static_cast<unsigned>(Next() % n); }
-};
+constexpr size_t kListingCap = 16u << 20;
 
 // One line as `find /usr -printf '2048,%s,%T@,%p\n'` writes it.
 void ListingLine(std::string* out, const fs::path& p) {
@@ -102,129 +93,6 @@ std::string UsrListing() {
   return out;
 }
 
-const char* const kWords[] = {"system", "windows", "program", "files", "common", "shared",
-                              "microsoft", "office", "data", "config", "drivers", "fonts",
-                              "help", "temp", "setup", "update", "user", "profile", "app",
-                              "cache", "log", "media", "tools", "runtime", "plugins"};
-const char* const kExts[] = {".dll", ".exe", ".ini", ".txt", ".hlp", ".sys", ".dat", ".inf"};
-
-std::string Word(Rng& r) {
-  std::string w = kWords[r.Below(std::size(kWords))];
-  if (r.Below(3) == 0) w += std::to_string(r.Below(100));
-  return w;
-}
-
-// Appends the pieces in order. (Chains of operator+ trip a false -Wrestrict in gcc 12 -O3.)
-void Add(std::string* out, std::initializer_list<std::string_view> pieces) {
-  for (auto p : pieces) out->append(p.data(), p.size());
-}
-
-// A listing in the engine's own form: kind,size,time,path with backslashes.
-std::string SyntheticListing(size_t target) {
-  Rng r{0x9E3779B97F4A7C15ull};
-  std::string out = "C:\\\n";
-  std::vector<std::string> stack = {"C:"};
-  while (out.size() < target) {
-    if (stack.size() > 1 && r.Below(4) == 0) stack.pop_back();
-    if (stack.size() < 8 && r.Below(3) == 0) {
-      std::string dir = stack.back();
-      Add(&dir, {"\\", Word(r)});
-      stack.push_back(dir);
-      Add(&out, {"1024,0,", std::to_string(1600000000 + r.Below(90000000)), ",", dir, "\n"});
-    }
-    unsigned files = r.Below(12);
-    for (unsigned i = 0; i < files; ++i)
-      Add(&out, {"2048,", std::to_string(r.Below(2000000)), ",",
-                 std::to_string(1600000000 + r.Below(90000000)), ",", stack.back(), "\\",
-                 Word(r), kExts[r.Below(std::size(kExts))], "\n"});
-  }
-  return out;
-}
-
-std::string IniText(size_t target) {
-  Rng r{12345};
-  std::string out;
-  while (out.size() < target) {
-    Add(&out, {"[", Word(r), " ", Word(r), "]\r\n"});
-    unsigned keys = 3 + r.Below(20);
-    for (unsigned i = 0; i < keys; ++i) {
-      Add(&out, {Word(r), Word(r), "="});
-      switch (r.Below(4)) {
-        case 0: out += std::to_string(r.Below(100000)); break;
-        case 1: Add(&out, {"C:\\WINDOWS\\", Word(r), "\\", Word(r), kExts[r.Below(8)]}); break;
-        case 2: out += r.Below(2) ? "yes" : "no"; break;
-        default: Add(&out, {Word(r), ",", Word(r), ",", std::to_string(r.Below(10))}); break;
-      }
-      out += "\r\n";
-    }
-    out += "\r\n";
-  }
-  return out;
-}
-
-std::string RegistryExport(size_t target) {
-  Rng r{777};
-  std::string out = "REGEDIT4\r\n\r\n";
-  while (out.size() < target) {
-    std::string key;
-    Add(&key, {"HKEY_LOCAL_MACHINE\\SOFTWARE\\", Word(r), "\\", Word(r)});
-    unsigned subkeys = 1 + r.Below(6);
-    for (unsigned s = 0; s < subkeys; ++s) {
-      Add(&out, {"[", key, "\\", Word(r), "]\r\n"});
-      unsigned values = r.Below(8);
-      for (unsigned i = 0; i < values; ++i) {
-        Add(&out, {"\"", Word(r), "\"="});
-        char buf[40];
-        switch (r.Below(3)) {
-          case 0:
-            std::snprintf(buf, sizeof buf, "dword:%08x", r.Below(70000));
-            out += buf;
-            break;
-          case 1: {
-            out += "hex:";
-            unsigned n = 4 + r.Below(24);
-            for (unsigned b = 0; b < n; ++b) {
-              std::snprintf(buf, sizeof buf, b ? ",%02x" : "%02x", r.Below(b % 4 ? 16 : 256));
-              out += buf;
-            }
-            break;
-          }
-          default: Add(&out, {"\"C:\\\\Program Files\\\\", Word(r), "\\\\", Word(r), "\""}); break;
-        }
-        out += "\r\n";
-      }
-      out += "\r\n";
-    }
-  }
-  return out;
-}
-
-// Structured records (small integers, repeated tags, pointers) with stretches of noise,
-// roughly what executables and binary settings look like to a byte-level coder.
-std::string BinaryData(size_t target) {
-  Rng r{4242};
-  std::string out;
-  while (out.size() < target) {
-    if (r.Below(8) == 0) {
-      unsigned n = 256 + r.Below(4096);
-      for (unsigned i = 0; i < n; ++i) out += static_cast<char>(r.Next() >> 56);
-      continue;
-    }
-    unsigned records = 16 + r.Below(64);
-    uint32_t ptr = 0x00401000u + r.Below(0x10000) * 16;
-    for (unsigned i = 0; i < records; ++i) {
-      unsigned char rec[16] = {0x55, 0x8B, 0xEC, 0x83, 0xEC, 0, 0xE8, 0, 0, 0, 0, 0x89, 0x45, 0, 0xC3, 0};
-      rec[5] = static_cast<unsigned char>(r.Below(4) * 4);
-      ptr += 16 * (1 + r.Below(3));
-      std::memcpy(rec + 7, &ptr, 4);
-      rec[13] = static_cast<unsigned char>(0xF0 + r.Below(16));
-      out.append(reinterpret_cast<char*>(rec), sizeof rec);
-    }
-  }
-  out.resize(target);
-  return out;
-}
-
 struct Figures {
   double implodeMBs, explodeMBs, implodeCpuMBs, explodeCpuMBs, ratio;
   bool ok;
@@ -239,14 +107,14 @@ struct Stopwatch {
   double Cpu() const { return double(std::clock() - cpu) / CLOCKS_PER_SEC; }
 };
 
-Figures Measure(const std::string& data, int type, int dict, int runs) {
+Figures Measure(const std::string& data, int type, int dict, int level, int runs) {
   Figures f{0, 0, 0, 0, 0, true};
   std::string packed, unpacked;
   double in = 1e30, out = 1e30, inCpu = 1e30, outCpu = 1e30;
   for (int i = 0; i < runs; ++i) {
     packed.clear();
     Stopwatch w1;
-    if (orvalis::ImplodeMemory(data.data(), data.size(), &packed, type, dict) != 0) f.ok = false;
+    if (orvalis::ImplodeMemory(data.data(), data.size(), &packed, type, dict, level) != 0) f.ok = false;
     in = std::min(in, w1.Wall());
     inCpu = std::min(inCpu, w1.Cpu());
     unpacked.clear();
@@ -311,19 +179,26 @@ int main(int argc, char** argv) {
                         {"binary/4096", orvalis::kImplodeBinary, 4096},
                         {"ascii/1024", orvalis::kImplodeAscii, 1024}};
 
-  std::printf("%-20s %-12s %10s %8s %8s %8s %8s %8s\n", "", "", "", "implode", "MB/s",
+  const struct {
+    const char* name;
+    int level;
+  } levels[] = {{"fast", orvalis::kImplodeFast}, {"optimal", orvalis::kImplodeOptimal}};
+
+  std::printf("%-20s %-12s %-8s %10s %8s %8s %8s %8s %8s\n", "", "", "", "", "implode", "MB/s",
               "explode", "MB/s", "");
-  std::printf("%-20s %-12s %10s %8s %8s %8s %8s %8s\n", "corpus", "setting", "bytes", "wall",
-              "cpu", "wall", "cpu", "ratio");
+  std::printf("%-20s %-12s %-8s %10s %8s %8s %8s %8s %8s\n", "corpus", "setting", "level",
+              "bytes", "wall", "cpu", "wall", "cpu", "ratio");
   bool allOk = true;
   for (const auto& [name, data] : corpora) {
     for (const auto& s : settings) {
-      Figures f = Measure(data, s.type, s.dict, runs);
-      allOk &= f.ok;
-      std::printf("%-20s %-12s %10zu %8.1f %8.1f %8.1f %8.1f %8.4f%s\n",
-                  fs::path(name).filename().string().c_str(), s.name, data.size(), f.implodeMBs,
-                  f.implodeCpuMBs, f.explodeMBs, f.explodeCpuMBs, f.ratio,
-                  f.ok ? "" : "  ROUND TRIP FAILED");
+      for (const auto& l : levels) {
+        Figures f = Measure(data, s.type, s.dict, l.level, runs);
+        allOk &= f.ok;
+        std::printf("%-20s %-12s %-8s %10zu %8.1f %8.1f %8.1f %8.1f %8.4f%s\n",
+                    fs::path(name).filename().string().c_str(), s.name, l.name, data.size(),
+                    f.implodeMBs, f.implodeCpuMBs, f.explodeMBs, f.explodeCpuMBs, f.ratio,
+                    f.ok ? "" : "  ROUND TRIP FAILED");
+      }
     }
   }
   return allOk ? 0 : 1;

@@ -32,11 +32,12 @@ unsigned WriteMemory(const char* buf, unsigned size, void* param) {
 
 }  // namespace
 
-int ImplodeMemory(const void* data, size_t size, std::string* out, int type, int dictSize) {
+int ImplodeMemory(const void* data, size_t size, std::string* out, int type, int dictSize,
+                  int level) {
   MemoryStreams m{static_cast<const char*>(data), size, out};
   std::unique_ptr<unsigned char[]> work(new (std::nothrow) unsigned char[kImplodeWorkSize]);
   return Implode(ReadMemory, WriteMemory, work.get(), work ? kImplodeWorkSize : 0, &m, type,
-                 dictSize);
+                 dictSize, level);
 }
 
 int ExplodeMemory(const void* data, size_t size, std::string* out) {

@@ -48,7 +48,7 @@ void CloseIfOpen(FILE* f) {
 }  // namespace
 
 int CompressFileWith(const char* source, const char* target, uint32_t* crc, void* work,
-                     size_t workSize, int type, int dictSize) {
+                     size_t workSize, int type, int dictSize, int level) {
   if (!work || workSize < kFileCodecWorkSize) return 8;
   // The encoder's state outgrows the kept work area: it is taken here, through the seam, before
   // any file is touched, so that a machine out of memory hears 8 rather than a coder failure.
@@ -63,7 +63,7 @@ int CompressFileWith(const char* source, const char* target, uint32_t* crc, void
   FileStreams s{Io().fopen(source, "rb"), Io().fopen(target, "wb"), kCrcOfRead, 0xFFFFFFFFu};
   int result = 0;
   if (s.in && s.out) {
-    if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize) != kImplodeOk)
+    if (Implode(ReadStream, WriteStream, work, workSize, &s, type, dictSize, level) != kImplodeOk)
       result = -1;
     else
       s.crc = ~s.crc;

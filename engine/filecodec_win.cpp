@@ -39,12 +39,13 @@ class WorkArea {
 
 }  // namespace
 
-int CompressFileEx(const char* source, const char* target, unsigned long* crc, int dictSize) {
+int CompressFileEx(const char* source, const char* target, unsigned long* crc, int dictSize,
+                   int level) {
   WorkArea work;
   if (!work.get()) return 8;
   uint32_t value = 0;
   int result = CompressFileWith(source, target, &value, work.get(), kFileCodecWorkSize,
-                                kImplodeBinary, dictSize);
+                                kImplodeBinary, dictSize, level);
   *crc = value;
   return result;
 }

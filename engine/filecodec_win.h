@@ -2,6 +2,7 @@
 // work area taken from GlobalAlloc through the Win32 seam, as the engine has always done.
 // Windows only.
 #pragma once
+#include "compress/filecodec.h"
 
 namespace orvalis {
 
@@ -11,8 +12,11 @@ namespace orvalis {
 // Otherwise *crc = CRC-32 of the source.
 int CompressFile(const char* source, const char* target, unsigned long* crc);
 
-// The same with another dictionary size (1024, 2048 or 4096).
-int CompressFileEx(const char* source, const char* target, unsigned long* crc, int dictSize);
+// The same with another dictionary size (1024, 2048 or 4096) and coder level
+// (kImplodeFast or kImplodeOptimal; CompressFile uses kFileCodecLevel). A bad level is a
+// coder failure: -1.
+int CompressFileEx(const char* source, const char* target, unsigned long* crc, int dictSize,
+                   int level = kFileCodecLevel);
 
 // Expands the imploded source into target (the file written comes first). Result 0, also
 // for unopenable files or a corrupt stream; 8 when the work area cannot be had.

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/compress_corpora.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
 #include "compress/implode_codes.h"
@@ -53,12 +54,45 @@ int ExplodeString(const std::string& stream, std::string* out, size_t chunk = 40
 
 struct Area { unsigned char* work; size_t size, chunk; };
 
-std::string Imploded(const std::string& data, int type, int dict, Area area = {}) {
+std::string Imploded(const std::string& data, int type, int dict, Area area = {},
+                     int level = kImplodeFast) {
   std::vector<unsigned char> own(kImplodeWorkSize);
   if (!area.work) area = {own.data(), own.size(), 65536};
   Streams s{data, area.chunk};
-  EXPECT_EQ(Implode(ReadStreams, WriteStreams, area.work, area.size, &s, type, dict), kImplodeOk);
+  EXPECT_EQ(Implode(ReadStreams, WriteStreams, area.work, area.size, &s, type, dict, level),
+            kImplodeOk);
   return s.out;
+}
+
+constexpr int kLevels[] = {kImplodeFast, kImplodeOptimal};
+
+// Size of the smallest stream the format allows for data, found by trying every distance and
+// length at every position: what the optimal level must reach when its match finder misses
+// nothing (no byte triple repeated more often than its chain is searched, no long matches).
+size_t ExhaustiveSize(const std::string& d, int type, int dict) {
+  const int k = dict == 1024 ? 4 : dict == 2048 ? 5 : 6;
+  auto lengthBits = [](int len) {
+    int sym = 15;
+    while (codes::kLengthBase[sym] > len) --sym;
+    return 1 + codes::kLengthBits[sym] + codes::kLengthExtra[sym];
+  };
+  std::vector<uint32_t> best(d.size() + 1, UINT32_MAX);
+  best[0] = 0;
+  for (size_t i = 0; i < d.size(); ++i) {
+    const unsigned char c = d[i];
+    best[i + 1] = std::min(best[i + 1], best[i] + (type == kImplodeBinary ? 9 : 1 + codes::kAsciiBits[c]));
+    for (size_t dist = 1; dist <= std::min<size_t>(i, dict); ++dist) {
+      size_t len = 0;
+      while (i + len < d.size() && len < codes::kMaxMatch && d[i + len] == d[i + len - dist]) ++len;
+      for (size_t l = 2; l <= len; ++l) {
+        const int low = l == 2 ? 2 : k;
+        if (l == 2 && dist > codes::kMaxDistLen2) continue;
+        const uint32_t bits = lengthBits(int(l)) + codes::kDistBits[(dist - 1) >> low] + low;
+        best[i + l] = std::min(best[i + l], best[i] + bits);
+      }
+    }
+  }
+  return 2 + (best.back() + 16 + 7) / 8;
 }
 
 std::string Hex(const char* text) {
@@ -159,15 +193,17 @@ TEST(Coders, RoundTripEveryModeAndDictionary) {
   for (const auto& [name, data, maxSize] : inputs) {
     for (int type : {kImplodeBinary, kImplodeAscii}) {
       for (int dict : {1024, 2048, 4096}) {
-        SCOPED_TRACE(testing::Message() << name << " " << type << "/" << dict);
-        const std::string packed = Imploded(data, type, dict);
-        std::string out;
-        EXPECT_EQ(packed[0], type);
-        EXPECT_EQ(64 << packed[1], dict);
-        EXPECT_LE(packed.size(), type == kImplodeBinary ? maxSize : SIZE_MAX);
-        EXPECT_TRUE(Imploded(data, type, dict, areas[n++ % 2]) == packed);
-        EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk);
-        EXPECT_TRUE(out == data);
+        for (int level : kLevels) {
+          SCOPED_TRACE(testing::Message() << name << " " << type << "/" << dict << " level " << level);
+          const std::string packed = Imploded(data, type, dict, {}, level);
+          std::string out;
+          EXPECT_EQ(packed[0], type);
+          EXPECT_EQ(64 << packed[1], dict);
+          EXPECT_LE(packed.size(), type == kImplodeBinary ? maxSize : SIZE_MAX);
+          EXPECT_TRUE(Imploded(data, type, dict, areas[n++ % 2], level) == packed);
+          EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk);
+          EXPECT_TRUE(out == data);
+        }
       }
     }
   }
@@ -185,7 +221,7 @@ TEST(Implode, ReachesTheFormatsLimitsAndNoFurther) {
         {r.substr(0, dict) + r.substr(0, 518), size_t(dict) * 9 / 8 + 16},
         {r + r.substr(0, 518), SIZE_MAX},
         // Two literals and 518 bytes 1 back: 56 bits (57 and 58 with more low distance bits).
-        {"b" + std::string(519, 'a'), dict == 1024 ? 9u : 10u},
+        {std::string("b").append(519, 'a'), dict == 1024 ? 9u : 10u},
         // A pair 256 back saves 4 bits (294 bytes instead of 295); 257 back is out of reach.
         {ramp + ramp.substr(0, 2), 294},
         {ramp + ramp.substr(0, 1) + ramp.substr(0, 2), SIZE_MAX},
@@ -193,10 +229,106 @@ TEST(Implode, ReachesTheFormatsLimitsAndNoFurther) {
         {up + up.substr(0, 3) + up.substr(100, 3), 586},
     };
     for (const auto& [data, maxSize] : rows) {
-      const std::string packed = Imploded(data, kImplodeBinary, dict);
-      EXPECT_LE(packed.size(), maxSize) << dict << " " << data.size();
-      EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk);
-      EXPECT_TRUE(out == data) << dict << " " << data.size();
+      for (int level : kLevels) {
+        const std::string packed = Imploded(data, kImplodeBinary, dict, {}, level);
+        EXPECT_LE(packed.size(), maxSize) << dict << " " << data.size() << " level " << level;
+        EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk);
+        EXPECT_TRUE(out == data) << dict << " " << data.size() << " level " << level;
+      }
+    }
+  }
+}
+
+// Letters with copies of earlier pieces (3 to 20 bytes, and 2-byte ones just inside and
+// outside the 256-byte limit of length 2): many ways to parse, and copies sparse and short
+// enough for the optimal level's bounded search to see every match.
+std::string Patchwork(size_t size, unsigned seed, int letters, size_t reach) {
+  std::mt19937 r(seed);
+  std::string s;
+  while (s.size() < size) {
+    const unsigned pick = r() % 32;
+    if (pick < 2 && s.size() > 300) {
+      const size_t dist = 255 + r() % 3, len = 2;  // 255, 256 or 257 back
+      s += s.substr(s.size() - dist, len);
+    } else if (pick < 3 && s.size() > 40) {
+      const size_t dist = 1 + r() % std::min(s.size(), reach), len = 3 + r() % 18;
+      for (size_t i = 0; i < len; ++i) s += s[s.size() - dist];  // may overlap itself
+    } else {
+      s += char('a' + r() % letters);
+    }
+  }
+  return s.substr(0, size);
+}
+
+TEST(Implode, OptimalLevelFindsTheSmallestStream) {
+  const struct { const char* name; std::string data; int type, dict; } rows[] = {
+      {"empty", "", kImplodeBinary, 1024},
+      {"one byte", "z", kImplodeAscii, 2048},
+      {"format example", "AIAIAIAIAIAIA", kImplodeBinary, 1024},
+      {"2-byte copies at the limit", Patchwork(1500, 1, 20, 1024), kImplodeBinary, 1024},
+      {"ascii literals", Patchwork(1500, 2, 20, 1024), kImplodeAscii, 1024},
+      {"far copies 2048", Patchwork(2600, 3, 20, 2048), kImplodeBinary, 2048},
+      {"far copies 4096", Patchwork(4600, 4, 20, 4096), kImplodeAscii, 4096},
+  };
+  for (const auto& row : rows) {
+    const std::string packed = Imploded(row.data, row.type, row.dict, {}, kImplodeOptimal);
+    std::string out;
+    EXPECT_EQ(packed.size(), ExhaustiveSize(row.data, row.type, row.dict)) << row.name;
+    EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk) << row.name;
+    EXPECT_TRUE(out == row.data) << row.name;
+  }
+}
+
+// Where a segmented parse can go wrong: a parse that never settles (matches overlapping all
+// the way, so only the segment's length ends it), segments and window moves met at every
+// read size, matches cut by the end of the input, runs longer than a match.
+TEST(Implode, OptimalLevelSurvivesItsBoundaries) {
+  std::mt19937 r(9);
+  std::string period = Random(300, 9), unsettled;
+  while (unsettled.size() < 40000) {
+    period[r() % period.size()] = static_cast<char>(r());  // keeps most matches short
+    unsettled += period.substr(0, 25);
+    std::rotate(period.begin(), period.begin() + 25, period.end());
+  }
+  const struct { const char* name; std::string data; size_t chunk; } rows[] = {
+      {"never settles", unsettled, 4096},
+      {"never settles, trickled", unsettled.substr(0, 9000), 1},
+      {"window moves", Text(150000), 7},
+      {"run of 1035", std::string("q").append(1035, 'r'), 3},
+      {"ends inside a copy", Text(5000) + Text(700), 65536},
+      {"ends after a pair", Patchwork(800, 5, 20, 1024) + "ab", 13},
+  };
+  std::vector<unsigned char> work(kImplodeWorkSize);
+  for (const auto& row : rows) {
+    for (int type : {kImplodeBinary, kImplodeAscii}) {
+      const std::string packed = Imploded(row.data, type, 1024, {work.data(), work.size(), row.chunk}, kImplodeOptimal);
+      std::string out;
+      EXPECT_LE(packed.size(), Imploded(row.data, type, 1024).size()) << row.name;
+      EXPECT_EQ(ExplodeString(packed, &out), kExplodeOk) << row.name;
+      EXPECT_TRUE(out == row.data) << row.name;
+    }
+  }
+}
+
+// The optimal level exists to make the engine's companion files smaller: on the benchmark's
+// corpora it must never lose to the fast level.
+TEST(Implode, OptimalLevelIsNeverLargerOnTheBenchCorpora) {
+  using namespace orvalis_bench;
+  const std::pair<const char*, std::string> corpora[] = {
+      {"listing", SyntheticListing(192 << 10)},
+      {"ini", IniText(128 << 10)},
+      {"registry", RegistryExport(128 << 10)},
+      {"binary", BinaryData(128 << 10)},
+  };
+  for (const auto& [name, data] : corpora) {
+    for (int type : {kImplodeBinary, kImplodeAscii}) {
+      for (int dict : {1024, 4096}) {
+        const std::string fast = Imploded(data, type, dict), best = Imploded(data, type, dict, {}, kImplodeOptimal);
+        std::string out;
+        EXPECT_LE(best.size(), fast.size()) << name << " " << type << "/" << dict;
+        EXPECT_EQ(ExplodeString(best, &out), kExplodeOk) << name;
+        EXPECT_TRUE(out == data) << name;
+      }
     }
   }
 }
@@ -272,10 +404,15 @@ TEST(Coders, ReportWriteFailuresAndBadArguments) {
   EXPECT_EQ(ExplodeString(packed, &out, 4096, data.size() - 1), kExplodeWriteError);
   EXPECT_EQ(out, data.substr(0, data.size() - 1));
 
+  for (int level : kLevels) {
+    Streams s{data, 4096, 1000};
+    EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, kImplodeBinary, 1024, level), kImplodeWriteError);
+    EXPECT_EQ(s.refusals, 1) << level;
+  }
   Streams s{data, 4096, 1000};
-  EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, kImplodeBinary, 1024), kImplodeWriteError);
-  EXPECT_EQ(s.refusals, 1);
   EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, 2, 1024), kImplodeBadType);
+  for (int level : {-1, 2})
+    EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, kImplodeBinary, 1024, level), kImplodeBadLevel);
   for (int dict : {0, 1000, 8192})
     EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, kImplodeAscii, dict), kImplodeBadDictSize);
   std::vector<unsigned char> work(kExplodeWorkSize);

@@ -27,8 +27,9 @@ std::string Listing(int lines) {
 class FileCodec : public ::testing::Test {
  protected:
   std::string Path(const char* name) const { return dir_.file(name); }
-  int Compress(const std::string& src, const std::string& dst, uint32_t* crc, int dict = 1024) {
-    return CompressFileWith(src.c_str(), dst.c_str(), crc, work_.data(), work_.size(), kImplodeBinary, dict);
+  int Compress(const std::string& src, const std::string& dst, uint32_t* crc, int dict = 1024,
+               int level = kFileCodecLevel) {
+    return CompressFileWith(src.c_str(), dst.c_str(), crc, work_.data(), work_.size(), kImplodeBinary, dict, level);
   }
   int Expand(const std::string& dst, const std::string& src, uint32_t* crc = nullptr) {
     return ExpandFileWith(dst.c_str(), src.c_str(), work_.data(), work_.size(), crc);
@@ -43,13 +44,17 @@ TEST_F(FileCodec, RoundTripsWithTheSameCrcBothWays) {
   std::string binary(70000, '\0');
   std::mt19937 r(8);
   for (auto& c : binary) c = static_cast<char>(r() % 7 ? r() : 0);
-  const struct { std::string data; int dict; uint32_t crc; } rows[] = {
-      {"", 1024, 0}, {"123456789", 2048, 0xCBF43926u}, {Listing(5000), 1024, 0}, {binary + "\r\n\x1a", 4096, 0}};
-  for (const auto& [data, dict, known] : rows) {
-    SCOPED_TRACE(data.size());
+  const struct { std::string data; int dict, level; uint32_t crc; } rows[] = {
+      {"", 1024, kImplodeOptimal, 0},
+      {"123456789", 2048, kImplodeFast, 0xCBF43926u},
+      {Listing(5000), 1024, kImplodeFast, 0},
+      {Listing(5000), 1024, kImplodeOptimal, 0},
+      {binary + "\r\n\x1a", 4096, kImplodeOptimal, 0}};
+  for (const auto& [data, dict, level, known] : rows) {
+    SCOPED_TRACE(testing::Message() << data.size() << " level " << level);
     ASSERT_TRUE(WriteWholeFile(Path("src"), data));
     uint32_t crc = 1, crcBack = 0, crcChecked = 0;
-    ASSERT_EQ(Compress(Path("src"), Path("packed"), &crc, dict), 0);
+    ASSERT_EQ(Compress(Path("src"), Path("packed"), &crc, dict, level), 0);
     EXPECT_EQ(crc, data.size() > 9 ? Crc32(data.data(), data.size()) : known);
     const std::string packed = ReadWholeFile(Path("packed"));
     EXPECT_EQ(64 << packed[1], dict);
@@ -61,6 +66,13 @@ TEST_F(FileCodec, RoundTripsWithTheSameCrcBothWays) {
     EXPECT_EQ(crcBack, crc);
     EXPECT_EQ(crcChecked, crc);
   }
+}
+
+// The level is the coder's business: a level it does not know is a coder failure.
+TEST_F(FileCodec, ABadLevelIsACoderFailure) {
+  ASSERT_TRUE(WriteWholeFile(Path("src"), Listing(10)));
+  uint32_t crc = 0;
+  EXPECT_EQ(Compress(Path("src"), Path("packed"), &crc, 1024, 7), -1);
 }
 
 // Both files are opened before either is checked: a missing source leaves an empty target.
