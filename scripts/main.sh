@@ -20,6 +20,7 @@ rm -rf "$product"
 mkdir -p "$product/NIMBRA"
 cp build/$preset/bin/HALVERN.DLL build/$preset/bin/TAMBRELL.DLL build/$preset/bin/DEUOV32.DLL \
    build/$preset/bin/orvalis.exe build/$preset/bin/*.dtd samples/SAMPLE.GCF "$product/"
+cp -r build/$preset/bin/xsl "$product/"
 for dll in MARLOW CORVID; do
   [ -f build/$preset/bin/$dll.DLL ] && cp build/$preset/bin/$dll.DLL "$product/"
 done
@@ -73,9 +74,10 @@ run diff reg BASE0000.BCF BASE0001.BCF --item 'HKEY_CURRENT_USER\Software\Orvali
 run diff asset BASE0000.BCF BASE0001.BCF --item 'C:\OrvalisSample\plugins' --out "$(winpath "$out/asset.xml")"
 run info BASE0000.BCF "$(winpath "$out/info.xml")"
 for f in "$out"/*; do echo; echo "== $(basename "$f")"; tr -d '\r' <"$f"; done
-echo; echo "== the documents against their type definitions"
+echo; echo "== the documents against their type definitions, and a page for people of each"
 for f in "$out"/*.xml; do
   xmllint --noout --valid --path "$product" "$f" && echo "valid: $(basename "$f")"
+  ORVALIS_XSL_DIR=$product/xsl "$root/tools/orvalis-view" "$f" >/dev/null && echo "view:  ${f%.xml}.html"
 done
 
 echo; echo "== moving the first snapshot: export, check, import"
@@ -101,5 +103,5 @@ echo "Theme is now: $("$root/tools/wine-run" "$prefix" reg query 'HKCU\Software\
 echo "app.ini is now:"; tr -d '\r' <"$sample/app.ini"
 
 echo; echo "== halvern.log"; tr -d '\r' <"$product/halvern.log" 2>/dev/null || true
-echo; echo "The report is $out/ORVALIS.LOG; the documents are in $out."
+echo; echo "The report is $out/ORVALIS.LOG; the documents and their HTML pages are in $out."
 "$(command -v wineserver || echo /usr/lib/wine/wineserver64)" -k 2>/dev/null || true

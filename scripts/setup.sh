@@ -9,7 +9,7 @@ apt_install() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y --no-ins
 need=()
 for p in cmake ninja-build g++ clang libclang-rt-14-dev googletest \
          g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix binutils-mingw-w64-i686 \
-         binutils-mingw-w64-x86-64 wine64 xvfb xdotool imagemagick libxml2-utils flock; do
+         binutils-mingw-w64-x86-64 wine64 xvfb xdotool imagemagick libxml2-utils xsltproc flock; do
   [ "$p" = flock ] && continue
   dpkg -s "$p" >/dev/null 2>&1 || need+=("$p")
 done
@@ -18,6 +18,12 @@ if [ ${#need[@]} -gt 0 ]; then
   echo "setup: installing ${need[*]}"
   $SUDO apt-get update >>"$log" 2>&1; updated=1
   apt_install "${need[@]}" || { echo "setup: apt-get install failed, see $log"; exit 1; }
+fi
+
+# A headless browser for the test of the documents' HTML views; without it that test is skipped.
+if ! dpkg -s chromium >/dev/null 2>&1; then
+  [ $updated = 1 ] || { $SUDO apt-get update >>"$log" 2>&1; updated=1; }
+  apt_install chromium || echo "setup: chromium could not be installed; the HTML view test is skipped"
 fi
 
 # 32-bit Wine, for running the shipping i686 build. Debian's i386 security index is sometimes
