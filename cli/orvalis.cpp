@@ -2,6 +2,8 @@
 // it only through the exported functions, as the user interface and the scheduler do. The exit
 // status is the engine's result code.
 #include <windows.h>
+#include <msxml2.h>
+#include <objbase.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -238,6 +240,105 @@ int CmdImport(const Args& a) {
   return Finish(Entry<Str2>("_ImportSnapshot")(a.positional[0].c_str(), folder));
 }
 
+// IXMLDOMDocument's interface id (the import libraries here do not carry it).
+constexpr IID kDomDocumentIid = {0x2933BF81, 0x7B36, 0x11d2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+
+// Loads an XML file into a new DOM document; null when it cannot be read.
+IXMLDOMDocument* LoadXml(const std::string& path) {
+  IXMLDOMDocument* d = nullptr;
+  CLSID cls;
+  if (FAILED(CLSIDFromProgID(L"Msxml2.DOMDocument.3.0", &cls)) ||
+      FAILED(CoCreateInstance(cls, nullptr, CLSCTX_INPROC_SERVER, kDomDocumentIid, reinterpret_cast<void**>(&d))))
+    return nullptr;
+  d->put_async(VARIANT_FALSE);
+  d->put_validateOnParse(VARIANT_FALSE);  // the DTD need not lie beside the document
+  d->put_resolveExternals(VARIANT_FALSE);
+  wchar_t wide[MAX_PATH];
+  MultiByteToWideChar(CP_ACP, 0, path.c_str(), -1, wide, MAX_PATH);
+  VARIANT v;
+  VariantInit(&v);
+  v.vt = VT_BSTR;
+  v.bstrVal = SysAllocString(wide);
+  VARIANT_BOOL ok = VARIANT_FALSE;
+  const HRESULT hr = d->load(v, &ok);
+  VariantClear(&v);
+  if (FAILED(hr) || ok != VARIANT_TRUE) {
+    d->Release();
+    return nullptr;
+  }
+  return d;
+}
+
+// The document transformed by the stylesheet, written to page: 0, 2 (a file cannot be read), 13
+// (the transform failed) or 110 (the page cannot be written).
+unsigned long TransformToFile(const std::string& doc, const std::string& stylesheet, const std::string& page) {
+  CoInitialize(nullptr);
+  unsigned long rc = 0;
+  IXMLDOMDocument* d = LoadXml(doc);
+  IXMLDOMDocument* s = d ? LoadXml(stylesheet) : nullptr;
+  BSTR html = nullptr;
+  if (!d || !s) {
+    rc = 2;
+  } else if (FAILED(d->transformNode(s, &html)) || !html) {
+    rc = 13;
+  } else {
+    const int n = WideCharToMultiByte(CP_ACP, 0, html, -1, nullptr, 0, nullptr, nullptr);
+    std::string out(n > 0 ? n - 1 : 0, '\0');
+    if (n > 1) WideCharToMultiByte(CP_ACP, 0, html, -1, &out[0], n, nullptr, nullptr);
+    // The transform's text comes back in UTF-16, which the page's header then names; the page is
+    // written in the ANSI code page, so its header says so.
+    const size_t at = out.find("charset=UTF-16");
+    if (at != std::string::npos) out.replace(at, 14, "charset=windows-1252");
+    FILE* f = std::fopen(page.c_str(), "wb");
+    if (!f || std::fwrite(out.data(), 1, out.size(), f) != out.size()) rc = 110;
+    if (f && std::fclose(f) != 0) rc = 110;
+  }
+  if (html) SysFreeString(html);
+  if (s) s->Release();
+  if (d) d->Release();
+  CoUninitialize();
+  return rc;
+}
+
+// The stylesheet of a document type, shipped in xsl\ beside the engine.
+const char* StylesheetFor(const std::string& text) {
+  static const struct {
+    const char* type;
+    const char* xsl;
+  } kTypes[] = {{"SNAPSHOTLIST", "snaplist.xsl"}, {"PROFILELIST", "proflist.xsl"}, {"ORVALISBCF", "snapinfo.xsl"},
+                {"SYSFILE", "sysfile.xsl"},      {"REGKEYXML", "regkey.xsl"},    {"DIRTREEXML", "dirtree.xsl"},
+                {"ASSETXML", "asset.xsl"}};
+  for (const auto& t : kTypes)
+    if (text.find(std::string("<!DOCTYPE ") + t.type + " ") != std::string::npos) return t.xsl;
+  return nullptr;
+}
+
+// A readable page of one of the engine's documents, written beside it through the system's XML
+// library (MSXML): the document itself stays as the engine wrote it.
+int CmdView(const Args& a) {
+  if (int rc = Need(a, 1, "view DOCUMENT.xml [PAGE.html]")) return rc;
+  const std::string doc = a.positional[0];
+  std::string page = a.positional.size() > 1 ? a.positional[1] : doc.substr(0, doc.rfind('.')) + ".html";
+  std::string text;
+  if (FILE* f = std::fopen(doc.c_str(), "rb")) {
+    char buf[4096];
+    size_t n;
+    while (text.size() < 65536 && (n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+    std::fclose(f);
+  } else {
+    return Finish(2);
+  }
+  const char* xsl = StylesheetFor(text);
+  if (!xsl) {
+    std::fprintf(stderr, "orvalis: %s is not a document of the engine's\n", doc.c_str());
+    return 13;
+  }
+  const std::string stylesheet = ExeFolder() + "\\xsl\\" + xsl;
+  const unsigned long rc = TransformToFile(doc, stylesheet, page);
+  if (rc == 0) std::printf("written: %s\n", page.c_str());
+  return Finish(rc);
+}
+
 // Prints what a check found and answers its result: non-zero when damage was found.
 int CmdVerify(const Args& a) {
   if (int rc = Need(a, 1, "verify SNAPSHOT|PACKAGE")) return rc;
@@ -332,6 +433,7 @@ const Command kCommands[] = {
     {"verify", "verify SNAPSHOT|PACKAGE",
      "check that every companion is there and every recorded CRC-32 matches", CmdVerify},
     {"info", "info SNAPSHOT OUTPUT.xml", "write a snapshot's information document", CmdInfo},
+    {"view", "view DOCUMENT.xml [PAGE.html]", "write a readable HTML page of a document beside it", CmdView},
     {"report", "report OLDER [NEWER] OUTPUT [--section all|files|registry|dirs|assets|sysinfo|drives] [--append]",
      "write the text report of differences (against the live system without NEWER)", CmdReport},
     {"diff", "diff file|reg|dir|asset OLDER|- [NEWER] --item PATH --out FILE [--live]",

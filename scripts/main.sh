@@ -77,7 +77,7 @@ for f in "$out"/*; do echo; echo "== $(basename "$f")"; tr -d '\r' <"$f"; done
 echo; echo "== the documents against their type definitions, and a page for people of each"
 for f in "$out"/*.xml; do
   xmllint --noout --valid --path "$product" "$f" && echo "valid: $(basename "$f")"
-  ORVALIS_XSL_DIR=$product/xsl "$root/tools/orvalis-view" "$f" >/dev/null && echo "view:  ${f%.xml}.html"
+  run view "$(winpath "$f")"
 done
 
 echo; echo "== moving the first snapshot: export, check, import"

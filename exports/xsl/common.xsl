@@ -10,7 +10,6 @@
     <xsl:param name="body"/>
     <html>
       <head>
-        <meta charset="ISO-8859-1"/>
         <title><xsl:value-of select="$title"/></title>
         <style>
           body { font: 14px/1.4 sans-serif; margin: 1.5em; color: #222; }

@@ -5,6 +5,7 @@ set -u
 run=$1 prefix=$2 bin=$3 work=$4
 rm -rf "$work"; mkdir -p "$work/product/NIMBRA" "$work/watched"
 cp "$bin"/HALVERN.DLL "$bin"/TAMBRELL.DLL "$bin"/MARLOW.DLL "$bin"/CORVID.DLL "$bin"/orvalis.exe "$work/product/"
+cp -r "$bin"/xsl "$work/product/"
 win() { echo "Z:$1" | tr '/' '\\'; }
 printf '[s]\r\nk=1\r\n' >"$work/watched/app.ini"
 printf 'Test profile\n[GROUPFILES_START]\n%s\n[GROUPFILES_END]\n[GROUPDIRS_START]\n%s\n[GROUPDIRS_END]\n' \
@@ -24,7 +25,7 @@ expect() {  # expect NAME PATTERN (grep -E on the last output)
 
 check "usage" 0 --help;                     expect "usage" "orvalis tick"
 check "unknown command" 87 frobnicate;      expect "unknown command" "unknown command 'frobnicate'"
-for c in settings snapshot profiles snapshots rename delete export import verify info report diff restore tick; do
+for c in settings snapshot profiles snapshots rename delete export import verify info view report diff restore tick; do
   check "help $c" 0 $c --help;              expect "help $c" "^usage: orvalis $c"
 done
 check "settings" 0 settings --max 2 --interval 5; expect "settings" "MaxScheduleSnapshots  2"
@@ -43,6 +44,9 @@ check "file diff" 0 diff file BASE0000.BCF - --item "$(win "$work/watched/app.in
 grep -q 'k=2</LINE>      <CHGFLAG flag="T"/>' "$work/d.xml" || { echo "FAIL: file diff document"; fails=$((fails + 1)); }
 check "dir diff" 0 diff dir BASE0000.BCF - --item "$(win "$work/watched")" --out "$(win "$work/dd.xml")" --live
 grep -q 'app.ini]]></FNAME><CHGFLAG flag="T"/>' "$work/dd.xml" || { echo "FAIL: dir diff document"; fails=$((fails + 1)); }
+check "view" 0 view "$(win "$work/dd.xml")"
+grep -q 'class="entry flag-T">app.ini' "$work/dd.html" || { echo "FAIL: the page of the dir document"; fails=$((fails + 1)); }
+check "view not ours" 13 view "$(win "$work/watched/app.ini")"
 check "missing item" 87 diff file BASE0000.BCF - --item 'C:\nothing.ini' --out "$(win "$work/x.xml")" --live
 expect "missing item" "error 87: invalid parameter"
 check "rename" 0 rename BASE0000.BCF "renamed"
