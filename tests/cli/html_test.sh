@@ -31,6 +31,11 @@ render dir;     shown dir "$amber" "app.ini"; shown dir "$green" "two.dat"
 render app-ini; shown app-ini "$amber" "Width=800"; shown app-ini "$blue" "Width=1024"; shown app-ini "$green" "Size=12"
 render info
 grep -q "<td>Before the change</td>" <<<"$dom" || { echo "FAIL info: no description"; fails=$((fails + 1)); }
+render snaplist
+grep -q "<td>BASE0000.BCF</td><td>11/23/2026 00:41:22</td><td>Before the change</td>" <<<"$dom" \
+  || { echo "FAIL snaplist: no row"; fails=$((fails + 1)); }
+render proflist
+grep -q "<td>SAMPLE.GCF</td><td>Orvalis sample profile</td>" <<<"$dom" || { echo "FAIL proflist: no row"; fails=$((fails + 1)); }
 # Trees fold: every folder and key is a details element the reader can close.
 grep -q "<details open=\"open\"><summary" "$work/reg.dom" || { echo "FAIL: trees do not fold"; fails=$((fails + 1)); }
 if [ $fails -eq 0 ]; then echo "HTML views: all checks passed"; else echo "$fails checks failed"; fi
