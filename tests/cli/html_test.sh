@@ -32,10 +32,12 @@ render app-ini; shown app-ini "$amber" "Width=800"; shown app-ini "$blue" "Width
 render info
 grep -q "<td>Before the change</td>" <<<"$dom" || { echo "FAIL info: no description"; fails=$((fails + 1)); }
 render snaplist
-grep -q "<td>BASE0000.BCF</td><td>11/23/2026 00:41:22</td><td>Before the change</td>" <<<"$dom" \
+row=$(tr -d '\n' <<<"$dom")
+grep -q "<td>BASE0000.BCF</td><td>11/23/2026 00:41:22</td><td>Before the change</td>" <<<"$row" \
   || { echo "FAIL snaplist: no row"; fails=$((fails + 1)); }
 render proflist
-grep -q "<td>SAMPLE.GCF</td><td>Orvalis sample profile</td>" <<<"$dom" || { echo "FAIL proflist: no row"; fails=$((fails + 1)); }
+grep -q "<td>SAMPLE.GCF</td><td>Orvalis sample profile</td>" <<<"$(tr -d '\n' <<<"$dom")" \
+  || { echo "FAIL proflist: no row"; fails=$((fails + 1)); }
 # Trees fold: every folder and key is a details element the reader can close.
 grep -q "<details open=\"open\"><summary" "$work/reg.dom" || { echo "FAIL: trees do not fold"; fails=$((fails + 1)); }
 if [ $fails -eq 0 ]; then echo "HTML views: all checks passed"; else echo "$fails checks failed"; fi
