@@ -1,5 +1,6 @@
 #include "companions/corvid/assetstore.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/io.h"
@@ -17,6 +18,8 @@ constexpr uint32_t kVersion = 1;
 constexpr uint32_t kBlockTag = 0x4B4C4241;  // "ABLK"
 constexpr uint32_t kFileTag = 0x4C494641;   // "AFIL"
 constexpr uint32_t kMaxRecords = 1000000;
+// The smallest framed file record: tag, length, a one-character path with its five numbers, CRC.
+constexpr uint32_t kMinFileBytes = 4 + 4 + (2 + 1 + 5 * 4) + 4;
 
 // A little-endian writer and reader over a bounded buffer.
 struct Out {
@@ -226,12 +229,14 @@ bool IsSafeRelativePath(const char* path) {
     const size_t len = end ? static_cast<size_t>(end - p) : std::strlen(p);
     if (len == 0 || (len == 1 && p[0] == '.') || (len == 2 && p[0] == '.' && p[1] == '.')) return false;
     p += len;
-    if (*p == '\\') ++p;
+    if (*p == '\\' && !*++p) return false;  // a trailing separator names no file
   }
   return true;
 }
 
-bool WildcardMatch(const char* pattern, const char* name) {
+namespace {
+
+bool PlainWildcardMatch(const char* pattern, const char* name) {
   const char* star = nullptr;
   const char* resume = nullptr;
   while (*name) {
@@ -251,6 +256,21 @@ bool WildcardMatch(const char* pattern, const char* name) {
   }
   while (*pattern == '*') ++pattern;
   return *pattern == '\0';
+}
+
+}  // namespace
+
+// Windows lets a pattern's trailing ".*" stand for "any extension or none": "*.*" is every file
+// and "setup.*" takes "setup" too. Profiles are written with that meaning.
+bool WildcardMatch(const char* pattern, const char* name) {
+  if (PlainWildcardMatch(pattern, name)) return true;
+  const size_t n = std::strlen(pattern);
+  if (n < 2 || pattern[n - 2] != '.' || pattern[n - 1] != '*' || std::strchr(name, '.')) return false;
+  char shorter[260];
+  if (n - 2 >= sizeof shorter) return false;
+  std::memcpy(shorter, pattern, n - 2);
+  shorter[n - 2] = '\0';
+  return PlainWildcardMatch(shorter, name);
 }
 
 void SplitAsset(const char* asset, bool isFolder, char* folder, char* pattern) {
@@ -307,6 +327,7 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
   if (std::fseek(f, 0, SEEK_END) != 0) return kBadData;
   const long end = std::ftell(f);
   std::rewind(f);
+  if (end == 0) return kNoAsset;  // as the engine creates it, before any asset is appended
   if (end < 12 || std::fread(head, 1, 12, f) != 12 || std::memcmp(head, kCompanionMagic, 8) != 0) return kBadData;
   In v{head + 8, 4};
   if (v.U32() != kVersion) return kBadData;
@@ -319,7 +340,11 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
     in.Text(name);
     in.Text(base);
     const uint32_t opts = in.U32(), files = in.U32();
-    if (!in.ok || files > kMaxRecords) return kBadData;
+    // A claimed count the rest of the file cannot hold is refused before memory is set aside.
+    const long here = std::ftell(f);
+    if (!in.ok || files > kMaxRecords || here < 0 || static_cast<uint64_t>(files) * kMinFileBytes >
+                                                         static_cast<uint64_t>(end - here))
+      return kBadData;
     const bool wanted = orvalis::EqualNoCase(name, asset);
     FileRecord* list = nullptr;
     if (wanted && files) {
@@ -362,8 +387,11 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
 int ReadIndex(const char* path, IndexRecord** records, uint32_t* count) {
   *records = nullptr;
   *count = 0;
+  errno = 0;
   FILE* f = Io().fopen(path, "rb");
-  if (!f) return kOk;  // no index yet
+  // Only a missing index is an empty one: taking one held open by another process for empty
+  // would have the next write replace every other snapshot's records.
+  if (!f) return errno == ENOENT ? kOk : kNotFound;
   unsigned char head[16];
   int rc = kBadData;
   IndexRecord* list = nullptr;
