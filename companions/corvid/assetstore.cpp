@@ -102,7 +102,13 @@ bool ReadFramed(FILE* f, uint32_t tag, unsigned char* buf, size_t* n) {
   if (!ReadU32(f, &t) || t != tag || !ReadU32(f, &len) || len > 1200) return false;
   if (std::fread(buf, 1, len, f) != len || !ReadU32(f, &crc)) return false;
   *n = len;
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+  // A fuzzer cannot forge CRC-32s; its build lets damage through them to reach the parsers.
+  (void)crc;
+  return true;
+#else
   return orvalis::Crc32(buf, len) == crc;
+#endif
 }
 
 ChangeNode* NewNode(uint16_t flags, const char* name, size_t extra) {
