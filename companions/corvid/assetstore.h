@@ -2,8 +2,8 @@
 // MASTER.IDX catalogue, asset trees in the shared ChangeNode layout and their comparison, and the
 // wildcard match. Portable.
 //
-// Companion (one per snapshot, "AST0000.OVA"; the engine creates it empty, each asset entry of the
-// snapshot appends one block):
+// Companion (one per snapshot, "AST0000.OVA"; the engine creates it empty, so an empty file holds no
+// asset yet, and each asset entry of the snapshot appends one block):
 //   "ORVASSET" u32 version (1)                                    once, at the start
 //   per asset block:
 //     u32 'ABLK', u32 header length H, header (H bytes), u32 CRC-32 of the header
