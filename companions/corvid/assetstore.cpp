@@ -169,18 +169,23 @@ bool SameKind(const ChangeNode* a, const ChangeNode* b) {
 }
 
 // Compares the children of a (first) with those of b (second), moving new and changed nodes of b
-// into a. True when anything below a changed.
+// into a. True when anything below a changed. Each node of b pairs with one node of a at most (its
+// `values` member, unused by asset nodes, holds the partner meanwhile): a folder on a file system
+// that tells case apart can hold "a" and "A", and each must meet its own counterpart.
 bool CompareChildren(ChangeNode* a, ChangeNode* b) {
   bool changed = false;
-  // Pass 1: match every child of a; what finds no partner was removed.
+  // Pass 1: pair every child of a; what finds no partner was removed.
   for (ChangeNode* x = a->children; x; x = x->next) {
     ChangeNode* y = b ? b->children : nullptr;
-    while (y && !(SameKind(x, y) && orvalis::EqualNoCase(x->name, y->name))) y = y->next;
+    while (y && (y->values || !SameKind(x, y) || !orvalis::EqualNoCase(x->name, y->name))) y = y->next;
     if (!y) {
       x->flags |= kChangeOlder;
       MarkSubtree(x->children, kChangeOlder);
       changed = true;
-    } else if (x->flags & kKindFolder) {
+      continue;
+    }
+    y->values = x;
+    if (x->flags & kKindFolder) {
       if (CompareChildren(x, y)) {
         x->flags |= kChangeBelow;
         changed = true;
@@ -191,13 +196,13 @@ bool CompareChildren(ChangeNode* a, ChangeNode* b) {
     }
   }
   if (!b) return changed;
-  // Pass 2, in b's order: new nodes go after their preceding matched sibling, the newer state of
-  // a changed file directly after its older state.
+  // Pass 2, in b's order: new nodes go after their preceding paired sibling, the newer state of a
+  // changed file directly after its older state.
   ChangeNode* anchor = nullptr;
   ChangeNode** link = &b->children;
   while (ChangeNode* y = *link) {
-    ChangeNode* x = a->children;
-    while (x && !(SameKind(x, y) && orvalis::EqualNoCase(x->name, y->name) && !(x->flags & kChangeTo))) x = x->next;
+    ChangeNode* x = static_cast<ChangeNode*>(y->values);
+    y->values = nullptr;
     const bool move = !x || (x->flags & kChangeFrom);
     if (!move) {
       anchor = x;

@@ -268,6 +268,33 @@ TEST(CompanionTest, EverySingleFlippedByteIsDamageOrACorrectAnswer) {
   EXPECT_GT(correct, 0);  // the flips in the contents
 }
 
+// ---- comparison -----------------------------------------------------------------------------
+
+std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRecord>& newer) {
+  AssetOrigin origin{};
+  ChangeNode* first = BuildAssetTree(origin, older.data(), uint32_t(older.size()));
+  ChangeNode* second = BuildAssetTree(origin, newer.data(), uint32_t(newer.size()));
+  CompareAssetTrees(&first, second);
+  std::string out;
+  for (const ChangeNode* n = first->children; n; n = n->next)
+    out += std::string(n->name) + ":" + (n->flags & kChangeFrom ? "F" : n->flags & kChangeTo ? "T"
+                                         : n->flags & kChangeOlder ? "O" : n->flags & kChangeNewer ? "N" : "-") + " ";
+  FreeAssetTree(first);
+  FreeAssetTree(second);
+  return out;
+}
+
+// A folder on a file system that tells case apart (Wine on Linux) can hold "a" and "A": each
+// pairs with its own counterpart, so an unchanged folder stays unchanged and a change keeps its
+// older state directly before its newer one.
+TEST(CompareTest, NamesDifferingOnlyInCasePairOneToOne) {
+  const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
+  EXPECT_EQ(Marks(two, two), "a:- A:- ");
+  EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
+  EXPECT_EQ(Marks(two, {Record("A", 1, 0)}), "a:- A:O ");
+  EXPECT_EQ(Marks({Record("a", 1, 0)}, two), "a:- A:N ");
+}
+
 // ---- MASTER.IDX -------------------------------------------------------------------------------
 
 std::vector<IndexRecord> SmallIndex() {
