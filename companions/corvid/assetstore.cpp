@@ -1,5 +1,6 @@
 #include "companions/corvid/assetstore.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/io.h"
@@ -17,6 +18,8 @@ constexpr uint32_t kVersion = 1;
 constexpr uint32_t kBlockTag = 0x4B4C4241;  // "ABLK"
 constexpr uint32_t kFileTag = 0x4C494641;   // "AFIL"
 constexpr uint32_t kMaxRecords = 1000000;
+// The smallest framed file record: tag, length, a one-character path with its five numbers, CRC.
+constexpr uint32_t kMinFileBytes = 4 + 4 + (2 + 1 + 5 * 4) + 4;
 
 // A little-endian writer and reader over a bounded buffer.
 struct Out {
@@ -99,7 +102,13 @@ bool ReadFramed(FILE* f, uint32_t tag, unsigned char* buf, size_t* n) {
   if (!ReadU32(f, &t) || t != tag || !ReadU32(f, &len) || len > 1200) return false;
   if (std::fread(buf, 1, len, f) != len || !ReadU32(f, &crc)) return false;
   *n = len;
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+  // A fuzzer cannot forge CRC-32s; its build lets damage through them to reach the parsers.
+  (void)crc;
+  return true;
+#else
   return orvalis::Crc32(buf, len) == crc;
+#endif
 }
 
 ChangeNode* NewNode(uint16_t flags, const char* name, size_t extra) {
@@ -160,18 +169,23 @@ bool SameKind(const ChangeNode* a, const ChangeNode* b) {
 }
 
 // Compares the children of a (first) with those of b (second), moving new and changed nodes of b
-// into a. True when anything below a changed.
+// into a. True when anything below a changed. Each node of b pairs with one node of a at most (its
+// `values` member, unused by asset nodes, holds the partner meanwhile): a folder on a file system
+// that tells case apart can hold "a" and "A", and each must meet its own counterpart.
 bool CompareChildren(ChangeNode* a, ChangeNode* b) {
   bool changed = false;
-  // Pass 1: match every child of a; what finds no partner was removed.
+  // Pass 1: pair every child of a; what finds no partner was removed.
   for (ChangeNode* x = a->children; x; x = x->next) {
     ChangeNode* y = b ? b->children : nullptr;
-    while (y && !(SameKind(x, y) && orvalis::EqualNoCase(x->name, y->name))) y = y->next;
+    while (y && (y->values || !SameKind(x, y) || !orvalis::EqualNoCase(x->name, y->name))) y = y->next;
     if (!y) {
       x->flags |= kChangeOlder;
       MarkSubtree(x->children, kChangeOlder);
       changed = true;
-    } else if (x->flags & kKindFolder) {
+      continue;
+    }
+    y->values = x;
+    if (x->flags & kKindFolder) {
       if (CompareChildren(x, y)) {
         x->flags |= kChangeBelow;
         changed = true;
@@ -182,13 +196,13 @@ bool CompareChildren(ChangeNode* a, ChangeNode* b) {
     }
   }
   if (!b) return changed;
-  // Pass 2, in b's order: new nodes go after their preceding matched sibling, the newer state of
-  // a changed file directly after its older state.
+  // Pass 2, in b's order: new nodes go after their preceding paired sibling, the newer state of a
+  // changed file directly after its older state.
   ChangeNode* anchor = nullptr;
   ChangeNode** link = &b->children;
   while (ChangeNode* y = *link) {
-    ChangeNode* x = a->children;
-    while (x && !(SameKind(x, y) && orvalis::EqualNoCase(x->name, y->name) && !(x->flags & kChangeTo))) x = x->next;
+    ChangeNode* x = static_cast<ChangeNode*>(y->values);
+    y->values = nullptr;
     const bool move = !x || (x->flags & kChangeFrom);
     if (!move) {
       anchor = x;
@@ -226,12 +240,14 @@ bool IsSafeRelativePath(const char* path) {
     const size_t len = end ? static_cast<size_t>(end - p) : std::strlen(p);
     if (len == 0 || (len == 1 && p[0] == '.') || (len == 2 && p[0] == '.' && p[1] == '.')) return false;
     p += len;
-    if (*p == '\\') ++p;
+    if (*p == '\\' && !*++p) return false;  // a trailing separator names no file
   }
   return true;
 }
 
-bool WildcardMatch(const char* pattern, const char* name) {
+namespace {
+
+bool PlainWildcardMatch(const char* pattern, const char* name) {
   const char* star = nullptr;
   const char* resume = nullptr;
   while (*name) {
@@ -251,6 +267,21 @@ bool WildcardMatch(const char* pattern, const char* name) {
   }
   while (*pattern == '*') ++pattern;
   return *pattern == '\0';
+}
+
+}  // namespace
+
+// Windows lets a pattern's trailing ".*" stand for "any extension or none": "*.*" is every file
+// and "setup.*" takes "setup" too. Profiles are written with that meaning.
+bool WildcardMatch(const char* pattern, const char* name) {
+  if (PlainWildcardMatch(pattern, name)) return true;
+  const size_t n = std::strlen(pattern);
+  if (n < 2 || pattern[n - 2] != '.' || pattern[n - 1] != '*' || std::strchr(name, '.')) return false;
+  char shorter[260];
+  if (n - 2 >= sizeof shorter) return false;
+  std::memcpy(shorter, pattern, n - 2);
+  shorter[n - 2] = '\0';
+  return PlainWildcardMatch(shorter, name);
 }
 
 void SplitAsset(const char* asset, bool isFolder, char* folder, char* pattern) {
@@ -307,6 +338,7 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
   if (std::fseek(f, 0, SEEK_END) != 0) return kBadData;
   const long end = std::ftell(f);
   std::rewind(f);
+  if (end == 0) return kNoAsset;  // as the engine creates it, before any asset is appended
   if (end < 12 || std::fread(head, 1, 12, f) != 12 || std::memcmp(head, kCompanionMagic, 8) != 0) return kBadData;
   In v{head + 8, 4};
   if (v.U32() != kVersion) return kBadData;
@@ -319,7 +351,11 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
     in.Text(name);
     in.Text(base);
     const uint32_t opts = in.U32(), files = in.U32();
-    if (!in.ok || files > kMaxRecords) return kBadData;
+    // A claimed count the rest of the file cannot hold is refused before memory is set aside.
+    const long here = std::ftell(f);
+    if (!in.ok || files > kMaxRecords || here < 0 || static_cast<uint64_t>(files) * kMinFileBytes >
+                                                         static_cast<uint64_t>(end - here))
+      return kBadData;
     const bool wanted = orvalis::EqualNoCase(name, asset);
     FileRecord* list = nullptr;
     if (wanted && files) {
@@ -362,8 +398,11 @@ int ReadAssetBlock(FILE* f, const char* asset, char* folder, uint32_t* options, 
 int ReadIndex(const char* path, IndexRecord** records, uint32_t* count) {
   *records = nullptr;
   *count = 0;
+  errno = 0;
   FILE* f = Io().fopen(path, "rb");
-  if (!f) return kOk;  // no index yet
+  // Only a missing index is an empty one: taking one held open by another process for empty
+  // would have the next write replace every other snapshot's records.
+  if (!f) return errno == ENOENT ? kOk : kNotFound;
   unsigned char head[16];
   int rc = kBadData;
   IndexRecord* list = nullptr;

@@ -2,8 +2,8 @@
 // MASTER.IDX catalogue, asset trees in the shared ChangeNode layout and their comparison, and the
 // wildcard match. Portable.
 //
-// Companion (one per snapshot, "AST0000.OVA"; the engine creates it empty, each asset entry of the
-// snapshot appends one block):
+// Companion (one per snapshot, "AST0000.OVA"; the engine creates it empty, so an empty file holds no
+// asset yet, and each asset entry of the snapshot appends one block):
 //   "ORVASSET" u32 version (1)                                    once, at the start
 //   per asset block:
 //     u32 'ABLK', u32 header length H, header (H bytes), u32 CRC-32 of the header
@@ -64,6 +64,7 @@ struct AssetOrigin {
   char asset[260];      // the asset as named
   char folder[260];     // the asset's folder (no trailing backslash unless a drive root)
   char companion[260];  // the companion read, or "" for a live tree
+  uint32_t options;     // as recorded (kOptionContents: the files can be written back)
 };
 
 // True when a relative record path stays inside the asset's folder: bare components only.
@@ -95,7 +96,8 @@ struct IndexRecord {
   uint32_t files;
   uint32_t offset;
 };
-// Reads the whole index: kOk (a missing file is an empty index), kBadData, kNoMemory.
+// Reads the whole index: kOk (a missing file is an empty index), kNotFound (it exists but cannot
+// be opened), kBadData, kNoMemory.
 int ReadIndex(const char* path, IndexRecord** records, uint32_t* count);
 // Writes the records into path through path + ".tmp" and a rename. kOk or kWriteFault.
 int WriteIndex(const char* path, const IndexRecord* records, uint32_t count);

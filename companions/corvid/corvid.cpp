@@ -109,6 +109,12 @@ void Walk(const char* base, const char* relative, const char* pattern, bool subf
 // The asset's folder and pattern, and whether the folder exists.
 bool Locate(const char* asset, char* folder, char* pattern) {
   const DWORD a = GetFileAttributesA(asset);
+  const char* slash = orvalis::FindLastChar(asset, '\\');
+  if (a == INVALID_FILE_ATTRIBUTES && !std::strpbrk(slash ? slash + 1 : asset, "*?")) {
+    // A folder (or file) named without wildcards that is gone: not its parent with a pattern.
+    SplitAsset(asset, true, folder, pattern);
+    return false;
+  }
   SplitAsset(asset, a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY), folder, pattern);
   const DWORD f = GetFileAttributesA(folder);
   return f != INVALID_FILE_ATTRIBUTES && (f & FILE_ATTRIBUTE_DIRECTORY);
@@ -186,11 +192,13 @@ bool AppendBlock(FILE* f, const char* asset, const char* folder, uint32_t option
   return ok;
 }
 
+// Makes the folders above target. Attempts on the root parts ("C:", "\\\\server") fail harmlessly,
+// so no form of path needs recognising; a short one must not send the scan past its end.
 bool EnsureFolders(const char* target) {
   char path[MAX_PATH];
   CopyText(path, target, sizeof path);
-  for (char* p = path + 3; *p; ++p) {
-    if (*p != '\\') continue;
+  for (char* p = path; *p; ++p) {
+    if (*p != '\\' || p == path) continue;
     *p = '\0';
     CreateDirectoryA(path, nullptr);
     *p = '\\';
@@ -360,14 +368,16 @@ int __cdecl AssetsFromSnapshot(const char* companion, const char* asset, ChangeN
   if (rc != kOk) return rc;
   CopyText(origin.asset, asset, sizeof origin.asset);
   CopyText(origin.companion, companion, sizeof origin.companion);
+  origin.options = options;
   *out = BuildAssetTree(origin, records, count);
   Io().free(records);
   return *out ? kOk : kNoMemory;
 }
 
 // _AssetsFromLive (asset, out tree, mode, &value, flags): the asset's files as they are now, their
-// contents' CRC-32 included (flags 0x1000: subfolders). 3 when the asset's folder does not exist:
-// the tree is then an empty root, which still compares (everything in it was removed).
+// contents' CRC-32 included (flags 0x1000: subfolders). 3 when the asset's folder, or the folder or
+// file it names without wildcards, does not exist: the tree is then an empty root, which still
+// compares (everything in it was removed).
 int __cdecl AssetsFromLive(const char* asset, ChangeNode** out, int mode, uint16_t* value, uint32_t flags) {
   *out = nullptr;
   if (!asset) return kBadData;
@@ -397,12 +407,16 @@ int __cdecl AssetTreeCompare(ChangeNode** first, ChangeNode* second, uint16_t* s
 
 // _AssetChgList (tree, &list): the changes that bring the live files back to the tree's first
 // side: files to write back (removed or changed since), files to delete (added since), folders to
-// remove (added since). *list null when there are none. 0 or 8.
+// remove (added since). *list null when there are none, and always for an asset recorded without
+// contents. 0 or 8.
 int __cdecl AssetChgList(ChangeNode* tree, AssetChange** list) {
   *list = nullptr;
   if (!tree || !tree->data || tree->length != sizeof(AssetOrigin)) return kBadData;
   AssetOrigin origin;
   std::memcpy(&origin, tree->data, sizeof origin);
+  // Without recorded contents nothing can be written back; deleting what was added alone would
+  // leave the folder in a state it never had.
+  if (!(origin.options & kOptionContents) || !origin.companion[0]) return kOk;
   AssetChange* folders = nullptr;
   AssetChange** tail = list;
   AssetChange** folderTail = &folders;
@@ -446,7 +460,8 @@ void __cdecl FreeAssetTree(ChangeNode* tree) { corvid::FreeAssetTree(tree); }
 
 // _DeleteAssetSnapshot (index path, companion name): forgets every asset the index records in
 // that companion and deletes the companion when nothing in the index refers to it any more. 0;
-// 13 when the index is damaged (nothing is deleted then); 29 when it cannot be rewritten.
+// 2 when the index exists but cannot be opened, 13 when it is damaged (nothing is deleted then);
+// 29 when it cannot be rewritten.
 int __cdecl DeleteAssetSnapshot(const char* indexPath, const char* name) {
   if (!indexPath || !name || !orvalis::IsBareFileName(name)) return kBadData;
   IndexRecord* records = nullptr;
