@@ -190,7 +190,7 @@ bool CompareChildren(ChangeNode* a, ChangeNode* b) {
         x->flags |= kChangeBelow;
         changed = true;
       }
-    } else if (x->length != y->length || x->time != y->time || x->crc != y->crc) {
+    } else if (x->length != y->length || x->time != y->time || (x->crc && y->crc && x->crc != y->crc)) {
       x->flags |= kChangeFrom;
       changed = true;
     }

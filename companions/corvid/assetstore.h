@@ -111,7 +111,8 @@ void FreeAssetTree(ChangeNode* tree);
 // The file record a file node came from (offset, stored) or null.
 const FileRecord* NodeRecord(const ChangeNode* file);
 // Marks the differences in *first against second (null: a listing, flags stay 0). Files compare
-// by size, time and CRC-32. Nodes of second are moved into first where they are new or changed;
+// by size, time and, where both sides have one (contents kept), CRC-32. Nodes of second are moved
+// into first where they are new or changed;
 // what is left of second stays the caller's.
 void CompareAssetTrees(ChangeNode** first, ChangeNode* second);
 

@@ -160,6 +160,12 @@ bool AppendBlock(FILE* f, const char* asset, const char* folder, uint32_t option
   void* work = (options & kOptionContents) ? Io().calloc(1, orvalis::kImplodeWorkSize) : nullptr;
   if ((options & kOptionContents) && !work) return false;
   bool ok = true;
+  // Without 0x2000 only the names, sizes, times and attributes are kept: nothing is read, so a
+  // capture costs what a directory scan costs.
+  if (!work) {
+    for (uint32_t i = 0; ok && i < files.count; ++i) ok = WriteFileRecord(f, files.items[i]);
+    return ok;
+  }
   for (uint32_t i = 0; ok && i < files.count; ++i) {
     FileRecord& r = files.items[i];
     char path[MAX_PATH];
@@ -172,15 +178,9 @@ bool AppendBlock(FILE* f, const char* asset, const char* folder, uint32_t option
     const long at = std::ftell(f);
     ok = WriteFileRecord(f, r);  // written again below, once the CRC and the stored size are known
     CoderFiles c{in, f, 0xFFFFFFFFu, 0, false};
-    if (ok && work) {
+    if (ok)
       ok = orvalis::Implode(ReadFile, WritePacked, work, orvalis::kImplodeWorkSize, &c, orvalis::kImplodeBinary, 4096) ==
            orvalis::kImplodeOk;
-    } else if (ok) {
-      char buf[16384];
-      size_t n;
-      while ((n = ReadFile(buf, sizeof buf, &c)) > 0) {
-      }
-    }
     ok = ok && !std::ferror(in);
     Io().fclose(in);
     r.crc = ~c.crc;
@@ -374,8 +374,9 @@ int __cdecl AssetsFromSnapshot(const char* companion, const char* asset, ChangeN
   return *out ? kOk : kNoMemory;
 }
 
-// _AssetsFromLive (asset, out tree, mode, &value, flags): the asset's files as they are now, their
-// contents' CRC-32 included (flags 0x1000: subfolders). 3 when the asset's folder, or the folder or
+// _AssetsFromLive (asset, out tree, mode, &value, flags): the asset's files as they are now (flags
+// 0x1000: subfolders), their contents' CRC-32 included when mode has 0x2000 (the side it is
+// compared with kept its contents, and so its CRCs). 3 when the asset's folder, or the folder or
 // file it names without wildcards, does not exist: the tree is then an empty root, which still
 // compares (everything in it was removed).
 int __cdecl AssetsFromLive(const char* asset, ChangeNode** out, int mode, uint16_t* value, uint32_t flags) {
@@ -388,7 +389,7 @@ int __cdecl AssetsFromLive(const char* asset, ChangeNode** out, int mode, uint16
   const bool exists = Locate(asset, origin.folder, pattern);
   if (exists) Walk(origin.folder, "", pattern, (flags & kOptionSubfolders) != 0, &files);
   if (files.failed) return kNoMemory;
-  for (uint32_t i = 0; i < files.count; ++i) {
+  for (uint32_t i = 0; (mode & kOptionContents) && i < files.count; ++i) {
     char path[MAX_PATH];
     if (Join(path, origin.folder, files.items[i].path)) FileCrc(path, &files.items[i].crc);
   }
