@@ -73,6 +73,24 @@ grep -q "<ORVALISBCF>" "$work/i.xml" || { echo "FAIL: info document"; fails=$((f
 check "restore" 0 restore BASE0002.BCF;           expect "restore" "restore: done in"
 check "restore missing" 0 restore BASE0099.BCF   # an unreadable snapshot still takes an undo snapshot
 
+# A registry key and an asset, in an initial snapshot, and their documents against the live system.
+"$run" "$prefix" reg add 'HKCU\Software\OrvalisCliTest' /v Mode /d quiet /f >/dev/null 2>&1
+mkdir -p "$work/plugins"; printf 'one' >"$work/plugins/one.dat"
+printf 'Keys\n[GROUPREGKEYS_START]\nHKCU\\Software\\OrvalisCliTest\n[GROUPREGKEYS_END]\n[GROUPASSET_START]\n%s,0,12288\n[GROUPASSET_END]\n' \
+  "$(win "$work/plugins")" >"$work/product/KEYS.GCF"
+check "initial snapshot" 0 snapshot --profile KEYS.GCF --initial --description "keys"
+keys=$(ls "$work/product" | grep -E '^BASE[0-9]{4}\.BCF$' | sort | tail -1)
+check "info initial" 0 info "$keys" "$(win "$work/k.xml")"
+grep -q "<FLAGS><!\[CDATA\[32768\]\]></FLAGS>" "$work/k.xml" || { echo "FAIL: initial flag"; fails=$((fails + 1)); }
+"$run" "$prefix" reg add 'HKCU\Software\OrvalisCliTest' /v Mode /d loud /f >/dev/null 2>&1
+printf 'one, patched' >"$work/plugins/one.dat"
+check "reg diff" 0 diff reg "$keys" - --item 'HKCU\Software\OrvalisCliTest' --out "$(win "$work/r.xml")" --live
+grep -q '<DATA><!\[CDATA\[loud\]\]></DATA>' "$work/r.xml" || { echo "FAIL: reg diff document"; fails=$((fails + 1)); }
+check "asset diff" 0 diff asset "$keys" - --item "$(win "$work/plugins")" --out "$(win "$work/a.xml")" --live
+grep -q 'one.dat\]\]></FNAME>' "$work/a.xml" || { echo "FAIL: asset diff document"; fails=$((fails + 1)); }
+check "reg diff unknown key" 87 diff reg "$keys" - --item 'HKCU\Software\Nothing' --out "$(win "$work/x.xml")" --live
+"$run" "$prefix" reg delete 'HKCU\Software\OrvalisCliTest' /f >/dev/null 2>&1
+
 rm -rf "$work"
 if [ $fails -eq 0 ]; then echo "orvalis.exe: all checks passed"; else echo "$fails checks failed"; fi
 exit $((fails > 0))
