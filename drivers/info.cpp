@@ -9,7 +9,7 @@
 #include "base/io.h"
 #include "base/results.h"
 #include "base/xmltext.h"
-#include "engine/strings.h"
+#include "engine/document.h"
 #include "items/sysinfo/sysinfo.h"
 #include "store/catalogue.h"
 #include "store/store_win.h"
@@ -46,8 +46,7 @@ uint32_t WriteSnapshotInfo(const char* snapshot, const char* output) {
   uint32_t rc = kResultOk;
   if (LoadSnapshot(path, rec) != 0) {
     rc = kResultInvalidData;
-  } else if (FILE* f = Io().fopen(output, "wt"); !f) {
-    ShowDestinationError(output);
+  } else if (FILE* f = BeginDocument(output, "ORVALISBCF", "snapinfo.dtd"); !f) {
     rc = kResultFileNotFound;
   } else {
     char stamp[64] = "", flags[256] = "", user[MAX_PATH] = "", version[32];
@@ -56,9 +55,6 @@ uint32_t WriteSnapshotInfo(const char* snapshot, const char* output) {
     ReadUserNameSection(path, user);
     const uint32_t os = ReadOsVersionSection(path);
     std::snprintf(version, sizeof version, "%u.%02u", os & 0xFF, (os >> 8) & 0xFF);
-    std::fprintf(f, "%s\n", "<?xml version = \"1.0\"?>");
-    std::fprintf(f, "%s\n", "<!DOCTYPE ORVALISBCF SYSTEM \"snapinfo.dtd\">");
-    std::fprintf(f, "%s\n", "<ORVALISBCF>");
     Element(f, "  ", "FILE", rec->indexName);
     Element(f, "  ", "DESCRIPTION", rec->description);
     Element(f, "  ", "TIMESTAMP", stamp);
@@ -75,11 +71,7 @@ uint32_t WriteSnapshotInfo(const char* snapshot, const char* output) {
     List<SnapGroupEntry>(f, "DIRECTORIES", "DIRECTORY", rec->dirs, [](const SnapGroupEntry& e) { return e.name; });
     List<SnapGroupEntry>(f, "REGKEYS", "REGKEY", rec->regKeys, [](const SnapGroupEntry& e) { return e.name; });
     List<SnapGroupEntry>(f, "ASSETS", "ASSET", rec->assets, [](const SnapGroupEntry& e) { return e.name; });
-    std::fprintf(f, "%s\n", "</ORVALISBCF>");
-    if (!CloseChecked(f)) {  // a document cut short by a full disk is no document
-      Io().remove(output);
-      rc = kResultWriteFault;
-    }
+    rc = EndDocument(f, output, "ORVALISBCF");
   }
   Io().free(line);
   FreeSnapshotRecord(rec);

@@ -7,7 +7,7 @@
 #include "base/results.h"
 #include "base/textutil.h"
 #include "base/xmltext.h"
-#include "engine/strings.h"
+#include "engine/document.h"
 #include "items/assets/assets.h"
 #include "store/store_win.h"
 
@@ -53,21 +53,10 @@ void WriteFolder(FILE* out, const ChangeNode* folder, bool listing) {
 uint32_t WriteAssetXml(const ChangeNode* tree, const char* destination, bool listing) {
   char path[MAX_PATH];
   CopyText(path, destination, sizeof path);
-  FILE* out = Io().fopen(path, "wt");
-  if (!out) {
-    ShowDestinationError(path);
-    return kResultFileNotFound;
-  }
-  std::fprintf(out, "%s\n", "<?xml version = \"1.0\"?>");
-  std::fprintf(out, "%s\n", "<!DOCTYPE ASSETXML SYSTEM \"asset.dtd\">");
-  std::fprintf(out, "%s\n", "<ASSETXML>");
+  FILE* out = BeginDocument(path, "ASSETXML", "asset.dtd");
+  if (!out) return kResultFileNotFound;
   WriteFolder(out, tree, listing);
-  std::fprintf(out, "%s\n", "</ASSETXML>");
-  if (!CloseChecked(out)) {  // a document cut short by a full disk is no document
-    Io().remove(path);
-    return kResultWriteFault;
-  }
-  return kResultOk;
+  return EndDocument(out, path, "ASSETXML");
 }
 
 uint32_t WriteAssetComparison(const char* first, const char* second, const char* asset, const char* destination,

@@ -8,6 +8,7 @@
 #include "base/textutil.h"
 #include "base/xmltext.h"
 #include "engine/context.h"
+#include "engine/document.h"
 #include "engine/strings.h"
 #include "engine/sys.h"
 #include "items/registry/registry.h"
@@ -92,27 +93,18 @@ void WriteRegValueData(FILE* out, const ChangeNode* value) {
 uint32_t WriteRegKeyXml(const ChangeNode* tree, const char* destination, bool listing) {
   char path[MAX_PATH];
   CopyText(path, destination, sizeof path);
-  FILE* out = Io().fopen(path, "wt");
-  if (!out) {
-    ShowDestinationError(path);
-    return kResultFileNotFound;
-  }
+  FILE* out = BeginDocument(path, "REGKEYXML", "regkey.dtd");
+  if (!out) return kResultFileNotFound;
+  // The line buffer the document has always been written with: without it, no document.
   char* line = static_cast<char*>(Io().calloc(520, 1));
   if (!line) {
     Io().fclose(out);
+    Io().remove(path);
     return kResultNoMemory;
   }
-  std::fprintf(out, "%s\n", "<?xml version = \"1.0\"?>");
-  std::fprintf(out, "%s\n", "<!DOCTYPE REGKEYXML SYSTEM \"regkey.dtd\">");
-  std::fprintf(out, "%s\n", "<REGKEYXML>");
   WriteKey(out, tree, listing);
-  std::fprintf(out, "%s\n", "</REGKEYXML>");
   Io().free(line);
-  if (!CloseChecked(out)) {  // a document cut short by a full disk is no document
-    Io().remove(path);
-    return kResultWriteFault;
-  }
-  return kResultOk;
+  return EndDocument(out, path, "REGKEYXML");
 }
 
 uint32_t WriteRegComparison(const char* first, const char* second, const char* key, const char* destination,
