@@ -67,4 +67,12 @@ inline const char* RegTypeName(uint32_t type) {
 
 // Types whose data member carries the number itself.
 inline bool IsRegNumberType(uint32_t type) { return type == 4 || type == 5; }
+
+// The number of a value of those types: the data member itself, or, for the rare value longer
+// than four bytes (which the registry allows), its first four bytes behind the pointer.
+inline uint32_t RegNumberOf(const ChangeNode* v) {
+  if (v->length <= 4) return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(v->data));
+  const auto* p = static_cast<const unsigned char*>(v->data);
+  return p ? static_cast<uint32_t>(p[0] | p[1] << 8 | p[2] << 16) | static_cast<uint32_t>(p[3]) << 24 : 0;
+}
 #endif

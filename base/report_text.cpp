@@ -98,8 +98,7 @@ class TreePrinter {
     const char* name = v->name && v->name[0] ? v->name : "<DEFAULT>";
     const char* data = static_cast<const char*>(v->data);
     if (v->type == 4) {
-      std::snprintf(last_, sizeof last_, "%s  %lX", name,
-                    static_cast<unsigned long>(reinterpret_cast<uintptr_t>(v->data)));
+      std::snprintf(last_, sizeof last_, "%s  %lX", name, static_cast<unsigned long>(RegNumberOf(v)));
       Emit(v, last_);
       return;
     }

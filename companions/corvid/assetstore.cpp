@@ -123,10 +123,25 @@ ChangeNode* NewNode(uint16_t flags, const char* name, size_t extra) {
   return n;
 }
 
+// Appends at the end of parent's children. While a tree is built, a node's `values` member (which
+// asset nodes do not otherwise use) remembers its last child, so that a folder of many thousand
+// files is built in linear time; ClearTails puts it back to null once the tree is complete.
 void Append(ChangeNode* parent, ChangeNode* child) {
-  ChangeNode** tail = &parent->children;
-  while (*tail) tail = &(*tail)->next;
-  *tail = child;
+  ChangeNode* last = parent->values;
+  if (!last)
+    for (last = parent->children; last && last->next;) last = last->next;
+  if (last)
+    last->next = child;
+  else
+    parent->children = child;
+  parent->values = child;
+}
+
+void ClearTails(ChangeNode* n) {
+  for (; n; n = n->next) {
+    n->values = nullptr;
+    ClearTails(n->children);
+  }
 }
 
 // The folder node for a relative folder path under root, made when missing.
@@ -498,6 +513,7 @@ ChangeNode* BuildAssetTree(const AssetOrigin& origin, const FileRecord* records,
     file->depth = static_cast<uint16_t>(parent->depth + 1);
     Append(parent, file);
   }
+  ClearTails(root);
   return root;
 }
 

@@ -79,7 +79,7 @@ void WriteRegValueData(FILE* out, const ChangeNode* value) {
       // The buffer's size travels as the radix, as the engine has always called it: the
       // runtime's answer for that radix is what the documents show (kept as it is).
       char text[520] = "";
-      _ltoa(static_cast<long>(reinterpret_cast<uintptr_t>(value->data)), text, 520);
+      _ltoa(static_cast<long>(RegNumberOf(value)), text, 520);
       text[sizeof text - 1] = '\0';
       std::fputs(text, out);
       break;

@@ -71,6 +71,11 @@ TEST(ReportTree, KeysValuesAndTheirRenderings) {
   t.Value(root, kChangeTo, "s65", 1, s65 + '\0');
   ChangeNode* dw = t.Value(root, kChangeNewer, "dw", 4, "");
   dw->data = reinterpret_cast<void*>(static_cast<uintptr_t>(255));
+  // A number longer than four bytes keeps its data behind the pointer: its first four bytes show.
+  ChangeNode* wide = t.Value(root, kChangeNewer, "dw6", 4, "");
+  t.texts.push_back(std::string("\x34\x12\x00\x00\xEE\xEE", 6));
+  wide->data = t.texts.back().data();
+  wide->length = 6;
   t.Value(root, kChangeNewer, "b8", 3, "\x01\x02\x03\x04\x05\x06\x07\x08");
   t.Value(root, kChangeNewer, "b9", 3, std::string("\xAB\xCD\x00\x00\x00\x00\x00\x00\x09", 9));
   t.Value(root, kChangeNewer, "b17", 3, std::string(17, '\x11'));
@@ -84,6 +89,7 @@ TEST(ReportTree, KeysValuesAndTheirRenderings) {
             "<-   s64  " + s64 + "\n"                      // 64 characters: no "..."
             "->   s65  " + std::string(64, 't') + "...\n"  // 65: cut with "..."
             " +   dw  FF\n"
+            " +   dw6  1234\n"
             " +   b8  0102030405060708\n"
             " +   b9  ABCD000000000000\n"                // 9-16 bytes cut without "..." (kept)
             " +   b17  1111111111111111...\n"
