@@ -15,7 +15,7 @@ set_tests_properties(store_snapshot_fuzzer PROPERTIES TIMEOUT 120)
 # libFuzzer target of the snapshot package reader (framing, names, imploded entries).
 add_executable(store_package_fuzzer ${CMAKE_CURRENT_LIST_DIR}/store_package_fuzzer.cpp
   ${CMAKE_SOURCE_DIR}/store/package.cpp ${CMAKE_SOURCE_DIR}/base/textutil.cpp ${CMAKE_SOURCE_DIR}/base/io.cpp
-  ${CMAKE_SOURCE_DIR}/compress/crc32.cpp ${CMAKE_SOURCE_DIR}/compress/implode.cpp ${CMAKE_SOURCE_DIR}/compress/explode.cpp)
+  ${CMAKE_SOURCE_DIR}/compress/crc32.cpp ${CMAKE_SOURCE_DIR}/compress/coder_files.cpp ${CMAKE_SOURCE_DIR}/compress/implode.cpp ${CMAKE_SOURCE_DIR}/compress/explode.cpp)
 target_include_directories(store_package_fuzzer PRIVATE ${CMAKE_SOURCE_DIR})
 target_compile_options(store_package_fuzzer PRIVATE ${ORVALIS_WARNINGS} -g -fsanitize=fuzzer,address,undefined
                        -fno-sanitize-recover=all)

@@ -4,6 +4,7 @@
 
 #include "base/io.h"
 #include "base/textutil.h"
+#include "compress/coder_files.h"
 #include "compress/crc32.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
@@ -21,51 +22,6 @@ void Put32(unsigned char* p, uint32_t v) {
 uint32_t Get32(const unsigned char* p) {
   return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
          static_cast<uint32_t>(p[3]) << 24;
-}
-
-// The coder's view of an entry being written or read: a file on one side, the package on the
-// other, with the running CRC of the plain data and a count of the bytes that passed.
-struct Streams {
-  FILE* in;
-  FILE* out;          // null: the data is only checked
-  uint32_t crc;       // running, uncomplemented CRC-32 of the plain data
-  uint64_t plain;     // plain bytes seen
-  uint64_t limit;     // stored bytes left to read (reading an entry)
-  bool writeFailed;
-};
-
-unsigned ReadPlain(char* buf, unsigned size, void* param) {
-  auto* s = static_cast<Streams*>(param);
-  const size_t n = std::fread(buf, 1, size, s->in);
-  s->crc = Crc32Update(s->crc, buf, n);
-  s->plain += n;
-  return static_cast<unsigned>(n);
-}
-
-unsigned WritePacked(const char* buf, unsigned size, void* param) {
-  auto* s = static_cast<Streams*>(param);
-  const size_t n = std::fwrite(buf, 1, size, s->out);
-  s->limit += n;  // counts the stored bytes written
-  return static_cast<unsigned>(n);
-}
-
-unsigned ReadPacked(char* buf, unsigned size, void* param) {
-  auto* s = static_cast<Streams*>(param);
-  const size_t want = s->limit < size ? static_cast<size_t>(s->limit) : size;
-  const size_t n = want ? std::fread(buf, 1, want, s->in) : 0;
-  s->limit -= n;
-  return static_cast<unsigned>(n);
-}
-
-unsigned WritePlain(const char* buf, unsigned size, void* param) {
-  auto* s = static_cast<Streams*>(param);
-  s->crc = Crc32Update(s->crc, buf, size);
-  s->plain += size;
-  if (s->out && std::fwrite(buf, 1, size, s->out) != size) {
-    s->writeFailed = true;
-    return 0;
-  }
-  return size;
 }
 
 bool IsDeviceName(const char* name) {
@@ -114,11 +70,11 @@ bool ReadEntryHead(FILE* f, PackageEntry* e, uint32_t* stored) {
 bool DecodeEntry(FILE* f, uint32_t stored, const PackageEntry& e, FILE* out, bool* writeFailed) {
   void* work = Io().calloc(1, kExplodeWorkSize);
   if (!work) return false;
-  Streams s{f, out, 0xFFFFFFFFu, 0, stored, false};
-  const int rc = Explode(ReadPacked, WritePlain, work, kExplodeWorkSize, &s);
+  CoderFiles s{f, out, 0xFFFFFFFFu, 0, stored, false};
+  const int rc = Explode(ReadPackedFile, WritePlainFile, work, kExplodeWorkSize, &s);
   Io().free(work);
   if (writeFailed) *writeFailed = s.writeFailed;
-  return rc == kExplodeOk && s.limit == 0 && s.plain == e.size && ~s.crc == e.crc;
+  return rc == kExplodeOk && s.packed == 0 && s.plain == e.size && ~s.crc == e.crc;
 }
 
 }  // namespace
@@ -173,11 +129,11 @@ int AddPackageEntry(PackageWriter* w, uint8_t kind, const char* folder, const ch
   n += 12;
   int rc = kPackageOk;
   void* work = Io().calloc(1, kImplodeWorkSize);
-  Streams s{in, w->f, 0xFFFFFFFFu, 0, 0, false};
+  CoderFiles s{in, w->f, 0xFFFFFFFFu, 0, 0, false};
   if (!work) {
     rc = kPackageNoMemory;
   } else if (std::fwrite(head, 1, n, w->f) != n ||
-             Implode(ReadPlain, WritePacked, work, kImplodeWorkSize, &s, kImplodeBinary, 4096) != kImplodeOk) {
+             Implode(ReadPlainFile, WritePackedFile, work, kImplodeWorkSize, &s, kImplodeBinary, 4096) != kImplodeOk) {
     rc = kPackageWriteFault;
   } else if (std::ferror(in) || s.plain > 0xFFFFFFFFu) {
     rc = kPackageNotFound;
@@ -185,7 +141,7 @@ int AddPackageEntry(PackageWriter* w, uint8_t kind, const char* folder, const ch
     unsigned char sz[12];
     Put32(sz, static_cast<uint32_t>(s.plain));
     Put32(sz + 4, ~s.crc);
-    Put32(sz + 8, static_cast<uint32_t>(s.limit));
+    Put32(sz + 8, static_cast<uint32_t>(s.packed));
     if (std::fseek(w->f, sizes, SEEK_SET) != 0 || std::fwrite(sz, 1, 12, w->f) != 12 ||
         std::fseek(w->f, 0, SEEK_END) != 0)
       rc = kPackageWriteFault;

@@ -11,12 +11,18 @@
 #include "base/io.h"
 #include "base/textutil.h"
 #include "companions/corvid/assetstore.h"
+#include "compress/coder_files.h"
 #include "compress/crc32.h"
 #include "compress/explode.h"
 #include "compress/implode.h"
 
 using orvalis::CopyText;
+using orvalis::CoderFiles;
 using orvalis::Io;
+using orvalis::ReadPackedFile;
+using orvalis::ReadPlainFile;
+using orvalis::WritePackedFile;
+using orvalis::WritePlainFile;
 using namespace corvid;
 
 struct AssetChange {
@@ -120,40 +126,6 @@ bool Locate(const char* asset, char* folder, char* pattern) {
   return f != INVALID_FILE_ATTRIBUTES && (f & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-struct CoderFiles {
-  FILE* in;
-  FILE* out;
-  uint32_t crc;
-  uint64_t count;   // bytes written (imploding) / bytes left to read (exploding)
-  bool failed;
-};
-
-unsigned ReadFile(char* buf, unsigned size, void* p) {
-  auto* c = static_cast<CoderFiles*>(p);
-  const size_t n = std::fread(buf, 1, size, c->in);
-  c->crc = orvalis::Crc32Update(c->crc, buf, n);
-  return static_cast<unsigned>(n);
-}
-unsigned WritePacked(const char* buf, unsigned size, void* p) {
-  auto* c = static_cast<CoderFiles*>(p);
-  const size_t n = std::fwrite(buf, 1, size, c->out);
-  c->count += n;
-  return static_cast<unsigned>(n);
-}
-unsigned ReadPacked(char* buf, unsigned size, void* p) {
-  auto* c = static_cast<CoderFiles*>(p);
-  const size_t want = c->count < size ? static_cast<size_t>(c->count) : size;
-  const size_t n = want ? std::fread(buf, 1, want, c->in) : 0;
-  c->count -= n;
-  return static_cast<unsigned>(n);
-}
-unsigned WritePlain(const char* buf, unsigned size, void* p) {
-  auto* c = static_cast<CoderFiles*>(p);
-  c->crc = orvalis::Crc32Update(c->crc, buf, size);
-  if (std::fwrite(buf, 1, size, c->out) != size) return c->failed = true, 0;
-  return size;
-}
-
 // Appends one asset's block to the companion: true when it was written whole.
 bool AppendBlock(FILE* f, const char* asset, const char* folder, uint32_t options, RecordList& files) {
   if (!WriteBlockHead(f, asset, folder, options, files.count)) return false;
@@ -177,14 +149,14 @@ bool AppendBlock(FILE* f, const char* asset, const char* folder, uint32_t option
     }
     const long at = std::ftell(f);
     ok = WriteFileRecord(f, r);  // written again below, once the CRC and the stored size are known
-    CoderFiles c{in, f, 0xFFFFFFFFu, 0, false};
+    CoderFiles c{in, f, 0xFFFFFFFFu, 0, 0, false};
     if (ok)
-      ok = orvalis::Implode(ReadFile, WritePacked, work, orvalis::kImplodeWorkSize, &c, orvalis::kImplodeBinary, 4096) ==
+      ok = orvalis::Implode(ReadPlainFile, WritePackedFile, work, orvalis::kImplodeWorkSize, &c, orvalis::kImplodeBinary, 4096) ==
            orvalis::kImplodeOk;
     ok = ok && !std::ferror(in);
     Io().fclose(in);
     r.crc = ~c.crc;
-    r.stored = static_cast<uint32_t>(c.count);
+    r.stored = static_cast<uint32_t>(c.packed);
     const long end = std::ftell(f);
     ok = ok && std::fseek(f, at, SEEK_SET) == 0 && WriteFileRecord(f, r) && std::fseek(f, end, SEEK_SET) == 0;
   }
@@ -221,15 +193,15 @@ int WriteBack(const AssetChange& c) {
     return kAccessDenied;
   }
   int rc = kOk;
-  CoderFiles cf{in, out, 0xFFFFFFFFu, c.record.stored, false};
+  CoderFiles cf{in, out, 0xFFFFFFFFu, 0, c.record.stored, false};
   if (c.record.size > 0) {
     void* work = Io().calloc(1, orvalis::kExplodeWorkSize);
     if (!work) {
       rc = kNoMemory;
     } else {
       if (std::fseek(in, static_cast<long>(c.record.offset), SEEK_SET) != 0 ||
-          orvalis::Explode(ReadPacked, WritePlain, work, orvalis::kExplodeWorkSize, &cf) != orvalis::kExplodeOk)
-        rc = cf.failed ? kWriteFault : kBadData;
+          orvalis::Explode(ReadPackedFile, WritePlainFile, work, orvalis::kExplodeWorkSize, &cf) != orvalis::kExplodeOk)
+        rc = cf.writeFailed ? kWriteFault : kBadData;
       Io().free(work);
     }
   }
