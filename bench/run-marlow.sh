@@ -23,7 +23,7 @@ for mode in pinned unpinned; do
     taskset -c 0 tools/wine-run "$prefix" "$exe" "$folder" | tr -d '\r'
   else
     WINEPREFIX="$prefix" "$server" -p60 </dev/null >/dev/null 2>&1
-    tools/wine-run "$prefix" "$exe" "$folder" | tr -d '\r'
+    ORVALIS_WINE_CPU=none tools/wine-run "$prefix" "$exe" "$folder" | tr -d '\r'
   fi
 done
 WINEPREFIX="$prefix" "$server" -k >/dev/null 2>&1 || true
