@@ -14,6 +14,10 @@
 
 #include "base/companion_api.h"
 #include "tests/support/engine_sandbox.h"
+
+// Newer than the platform level the build's headers are set to; Wine has them.
+extern "C" WINADVAPI LONG WINAPI RegDeleteTreeA(HKEY key, LPCSTR subKey);
+extern "C" WINADVAPI LONG WINAPI RegDeleteKeyValueA(HKEY key, LPCSTR subKey, LPCSTR valueName);
 #endif
 
 namespace marlow_test {
@@ -69,37 +73,16 @@ struct Marlow {
   }
 };
 
-inline LONG DeleteTree(HKEY parent, const char* name) {
-  HKEY h;
-  LONG r = RegOpenKeyExA(parent, name, 0, KEY_ALL_ACCESS, &h);
-  if (r != ERROR_SUCCESS) return r;
-  char sub[1024];
-  for (DWORD len = sizeof sub; RegEnumKeyExA(h, 0, sub, &len, nullptr, nullptr, nullptr, nullptr) == 0; len = sizeof sub)
-    if (DeleteTree(h, sub) != ERROR_SUCCESS) break;
-  RegCloseKey(h);
-  return RegDeleteKeyA(parent, name);
-}
-
-// Below HKEY_CURRENT_USER, one component at a time: Wine's ANSI calls refuse a path of more than
-// 260 characters in one piece, and a 255-character name below the test key makes one.
-inline HKEY CreatePath(const std::string& key, DWORD options = 0) {
-  HKEY h = HKEY_CURRENT_USER;
-  for (size_t i = 0, j; i < key.size(); i = j + 1) {
-    j = std::min(key.find('\\', i), key.size());
-    HKEY next = nullptr;
-    LONG r = RegCreateKeyExA(h, key.substr(i, j - i).c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &next, nullptr);
-    if (h != HKEY_CURRENT_USER) RegCloseKey(h);
-    if (r != ERROR_SUCCESS) return nullptr;
-    h = next;
-  }
+// Below HKEY_CURRENT_USER.
+inline HKEY CreateKey(const std::string& key, DWORD options = 0) {
+  HKEY h = nullptr;
+  EXPECT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &h, nullptr), 0)
+      << key;
   return h;
 }
-
 inline void SetValue(const std::string& key, const char* name, DWORD type, const std::string& data, DWORD options = 0) {
-  HKEY h = CreatePath(key, options);
-  ASSERT_NE(h, nullptr) << key;
-  EXPECT_EQ(RegSetValueExA(h, name, 0, type, reinterpret_cast<const BYTE*>(data.data()), DWORD(data.size())), 0)
-      << (name ? name : "(default)");
+  HKEY h = CreateKey(key, options);
+  EXPECT_EQ(RegSetValueExA(h, name, 0, type, reinterpret_cast<const BYTE*>(data.data()), DWORD(data.size())), 0);
   RegCloseKey(h);
 }
 inline std::string Dword(uint32_t v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
@@ -115,9 +98,9 @@ class MarlowTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(m.ok()) << "MARLOW.DLL or one of its entry points is missing";
     base = "Software\\OrvalisTest\\marlow-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(GetTickCount());
-    RegCloseKey(CreatePath(base));
+    RegCloseKey(CreateKey(base));
   }
-  void TearDown() override { DeleteTree(HKEY_CURRENT_USER, base.c_str()); }
+  void TearDown() override { RegDeleteTreeA(HKEY_CURRENT_USER, base.c_str()); }
   ChangeNode* Live(const std::string& path, int expect = 0) {
     ChangeNode* t = nullptr;
     EXPECT_EQ(m.toTree(&t, path.c_str(), 1, 1), expect) << path;
@@ -157,8 +140,13 @@ class MarlowTest : public ::testing::Test {
     };
     for (const auto& v : values) SetValue(k, v.name, v.type, v.data);
     SetValue(k, std::string(16383, 'v').c_str(), REG_SZ, "long name\0"s);
-    SetValue(k + "\\" + std::string(255, 'k'), "in long key", REG_DWORD, Dword(7));
-    RegCloseKey(CreatePath(k + "\\Caf\xe9\xc4 empty"));
+    // Made below its parent: Wine's ANSI calls refuse more than 260 characters of path in one piece.
+    HKEY parent = CreateKey(k), longKey;
+    EXPECT_EQ(RegCreateKeyExA(parent, std::string(255, 'k').c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &longKey, nullptr), 0);
+    EXPECT_EQ(RegSetValueExA(longKey, "in long key", 0, REG_DWORD, reinterpret_cast<const BYTE*>("\7\0\0\0"), 4), 0);
+    RegCloseKey(longKey);
+    RegCloseKey(parent);
+    RegCloseKey(CreateKey(k + "\\Caf\xe9\xc4 empty"));
     SetValue(k + "\\volatile", "in volatile key", REG_DWORD, Dword(1), REG_OPTION_VOLATILE);
     std::string deep = k;
     for (int i = 0; i < 30; ++i) SetValue(deep += "\\d" + std::to_string(i), "level", REG_DWORD, Dword(uint32_t(i)));

@@ -134,7 +134,7 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   for (bool nt : {false, true})
     for (bool whole : {false, true}) {
       SCOPED_TRACE(std::string(nt ? "key save" : "dump and tree update") + (whole ? ", deleted whole" : ", changed"));
-      DeleteTree(HKEY_CURRENT_USER, target.c_str());
+      RegDeleteTreeA(HKEY_CURRENT_USER, target.c_str());
       BuildRichKey(target);
       SetValue(outside, "untouched", REG_SZ, "o\0"s);
       const std::string before = LiveText(path);
@@ -146,18 +146,16 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
         ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
       }
       if (whole) {
-        ASSERT_EQ(DeleteTree(HKEY_CURRENT_USER, target.c_str()), 0);
+        ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, target.c_str()), 0);
       } else {
         SetValue(target, "added", REG_SZ, "new\0"s);
         SetValue(target, "bin", REG_BINARY, "\x01\x03\x05"s);
         SetValue(target, "dw", REG_SZ, "9\0"s);
         SetValue(target, nullptr, REG_SZ, "other default\0"s);
-        HKEY h = CreatePath(target);
-        EXPECT_EQ(RegDeleteValueA(h, "msz"), 0);
-        RegCloseKey(h);
+        EXPECT_EQ(RegDeleteKeyValueA(HKEY_CURRENT_USER, target.c_str(), "msz"), 0);
         SetValue(target + "\\d0", "level", REG_DWORD, Dword(4));
         SetValue(target + "\\d0\\Added\\Below", "b", REG_SZ, "b\0"s);
-        ASSERT_EQ(DeleteTree(HKEY_CURRENT_USER, (target + "\\d0\\d1\\d2").c_str()), 0);
+        ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, (target + "\\d0\\d1\\d2").c_str()), 0);
       }
       SetValue(outside, "untouched", REG_SZ, "changed outside\0"s);
       const std::string outsideBefore = LiveText("HKCU\\" + outside);
