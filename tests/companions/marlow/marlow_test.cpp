@@ -16,14 +16,10 @@ using namespace std::string_literals;
 // The current user's key below HKEY_USERS: the one that holds the test's key.
 std::string UserKey(const std::string& key) {
   char name[256];
-  for (DWORD i = 0, len = sizeof name; RegEnumKeyExA(HKEY_USERS, i, name, &len, nullptr, nullptr, nullptr, nullptr) == 0;
-       ++i, len = sizeof name) {
-    HKEY h;
-    if (RegOpenKeyExA(HKEY_USERS, (std::string(name) + "\\" + key).c_str(), 0, KEY_READ, &h) == 0) {
-      RegCloseKey(h);
+  HKEY h;
+  for (DWORD i = 0, len; len = sizeof name, !RegEnumKeyExA(HKEY_USERS, i, name, &len, nullptr, nullptr, nullptr, nullptr); ++i)
+    if (!RegOpenKeyExA(HKEY_USERS, (std::string(name) + "\\" + key).c_str(), 0, KEY_READ, &h) && !RegCloseKey(h))
       return name;
-    }
-  }
   return "";
 }
 
@@ -55,15 +51,16 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpelling) {
       ChangeNode* t = FromDump(file, path);
       EXPECT_EQ(Flatten(t), text);
       EXPECT_EQ(LiveText(path), text);
-      // The update finds the live key again through the path the tree carries.
-      EXPECT_EQ(t ? static_cast<const char*>(t->data) : "", path);
+      // The root takes the key's own name, and carries the path by which the update finds it again.
+      EXPECT_EQ(t ? std::string(t->name) + " " + static_cast<const char*>(t->data) : "", "rich " + path);
       m.free(t);
     }
   }
   const struct {
     std::string path;
     int result;
-  } rows[] = {{"HKCU\\" + base + "\\nothing here", 3}, {"HKEY_NOWHERE\\Software", 87}, {"", 87}, {"HKEY_CURRENT_CONFIG", 0}};
+  } rows[] = {{"HKCU\\" + base + "\\nothing here", 3}, {"hkcr\\.orvalis nothing", 3}, {"HKEY_NOWHERE\\Software", 87},
+              {"", 87}, {"HKEY_CURRENT_CONFIG", 0}};
   for (const auto& row : rows) {
     ChangeNode *a = FromDump(file, row.path, row.result), *b = Live(row.path, row.result);
     EXPECT_TRUE(row.result || Flatten(a) == Flatten(b)) << row.path;
@@ -129,7 +126,7 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
 // A live key changed in every way, or deleted whole, is put back as it was saved, by the dump and
 // the tree update as a restore does it, or by the key save; a key beside it keeps its change.
 TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
-  const std::string target = base + "\\target", outside = base + "\\outside", path = "HKCU\\" + target;
+  const std::string target = base + "\\T\xc4RGET", outside = base + "\\outside", path = "HKCU\\" + target;
   const std::string file = dir.file("REG.OVR"), folder = dir.path();
   for (bool nt : {false, true})
     for (bool whole : {false, true}) {
@@ -160,7 +157,8 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
       SetValue(outside, "untouched", REG_SZ, "changed outside\0"s);
       const std::string outsideBefore = LiveText("HKCU\\" + outside);
       if (nt) {
-        EXPECT_EQ(m.restore(("hkcu\\" + target).c_str(), folder.c_str()), 0);  // another spelling, the same save
+        // Another spelling, non-ASCII letters in another case too, finds the same save.
+        EXPECT_EQ(m.restore(("hkcu\\" + base + "\\t\xe4rget").c_str(), folder.c_str()), 0);
       } else {
         ChangeNode *tree = FromDump(file, path), *live = nullptr;
         m.toTree(&live, path.c_str(), 1, 1);

@@ -143,21 +143,4 @@ TEST_F(RegDumpTest, DamagedDumpsGive13) {
   }
 }
 
-// Saves are found by the canonical name, whatever spelling names the key.
-TEST(RegPathTest, RootsInEverySpelling) {
-  const struct {
-    const char *path, *canonical, *last;
-  } rows[] = {{"HKEY_LOCAL_MACHINE\\Software\\X", "HKLM\\SOFTWARE\\X", "X"}, {"hklm\\software\\x\\", "HKLM\\SOFTWARE\\X", "x"},
-              {"HKCU", "HKCU", "HKCU"}, {"hkey_classes_root\\\\.txt", "HKCR\\.TXT", ".txt"},
-              {"HKU\\S-1\\caf\xe9", "HKU\\S-1\\CAF\xc9", "caf\xe9"}, {"HKEY_CURRENT_CONFIG\\System", "HKCC\\SYSTEM", "System"},
-              {"HKEY_NOWHERE\\X", nullptr, nullptr}, {"", nullptr, nullptr}};
-  for (const auto& row : rows) {
-    KeyPath kp;
-    ASSERT_EQ(ParseKeyPath(row.path, &kp), row.canonical != nullptr) << row.path;
-    if (!row.canonical) continue;
-    EXPECT_EQ(kp.Canonical(), row.canonical) << row.path;
-    EXPECT_EQ(kp.LastName(), row.last) << row.path;
-  }
-}
-
 }  // namespace
