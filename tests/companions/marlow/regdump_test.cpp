@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -63,12 +64,16 @@ class RegDumpTest : public ::testing::Test {
     EXPECT_EQ(w.Finish(), 0);
     return path;
   }
-  int Read(const std::string& path, uint32_t root, const char* rest, ChangeNode** out, size_t* blocks = nullptr) {
+  // The result and the tree read, as text.
+  std::pair<int, std::string> Read(const std::string& path, uint32_t root, const char* rest, size_t* blocks = nullptr) {
     DumpReader reader;
+    ChangeNode* t = nullptr;
     int r = reader.Open(path);
-    if (!r) r = reader.ReadKey(root, rest, "x", "HKLM\\x", out);
+    if (!r) r = reader.ReadKey(root, rest, "x", "HKLM\\x", &t);
     if (blocks) *blocks = reader.blocksDecoded();
-    return r;
+    std::string text = Flatten(t);
+    FreeTree(t);
+    return {r, text};
   }
   // The node at a path of exact names.
   static const ChangeNode* At(const ChangeNode* k, const std::string& path) {
@@ -96,24 +101,15 @@ TEST_F(RegDumpTest, EveryCompressionReadsBackEveryKeyAndOnlyTheBlocksItNeeds) {
                 {kRootHklm, "KEY17", kRootHklm, "Key17"},
                 {kRootHkcu, "deep\\l0\\L1\\l2\\L3\\l4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"},
                 {kRootHku, "s-1-5-21-1\\Deep\\L0\\L1\\L2\\L3\\L4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"}};
-    for (const auto& row : rows) {
-      ChangeNode* t = nullptr;
-      EXPECT_EQ(Read(path, row.root, row.rest, &t), 0) << row.rest;
-      EXPECT_EQ(Flatten(t), Flatten(At(roots[row.expectRoot], row.expect))) << row.rest;
-      FreeTree(t);
-    }
-    ChangeNode* t = nullptr;
-    EXPECT_EQ(Read(path, kRootHklm, "Key3000", &t), kDumpNoKey);
-    EXPECT_EQ(Read(path, kRootHkcu, "Deep\\L0\\nothing", &t), kDumpNoKey);
-    EXPECT_EQ(t, nullptr);
+    for (const auto& row : rows)
+      EXPECT_EQ(Read(path, row.root, row.rest), std::make_pair(0, Flatten(At(roots[row.expectRoot], row.expect))));
+    EXPECT_EQ(Read(path, kRootHklm, "Key3000").first, kDumpNoKey);
+    EXPECT_EQ(Read(path, kRootHkcu, "Deep\\L0\\nothing"), std::make_pair(int(kDumpNoKey), Flatten(nullptr)));
     // A small key costs the root's table of 3000 subkeys (about 57 KB) up to the match, no more.
-    size_t blocks = 0;
-    ASSERT_EQ(Read(path, kRootHklm, "Key1500", &t, &blocks), 0);
-    FreeTree(t);
-    EXPECT_LE(blocks, 10u);
-    ASSERT_EQ(Read(path, kRootHklm, "", &t, &blocks), 0);
-    FreeTree(t);
-    EXPECT_GT(blocks, 40u);
+    size_t small = 0, whole = 0;
+    EXPECT_EQ(Read(path, kRootHklm, "Key1500", &small).first, 0);
+    EXPECT_EQ(Read(path, kRootHklm, "", &whole).first, 0);
+    EXPECT_TRUE(small <= 10 && whole > 40) << small << " of " << whole << " blocks";
   }
 }
 
@@ -121,25 +117,19 @@ TEST_F(RegDumpTest, EveryCompressionReadsBackEveryKeyAndOnlyTheBlocksItNeeds) {
 TEST_F(RegDumpTest, DamagedDumpsGive13) {
   Make(3, 3);
   const std::string path = Write(1024, 1024), bytes = orvalis_test::ReadWholeFile(path), bad = dir.file("bad");
-  ChangeNode* good = nullptr;
-  ASSERT_EQ(Read(path, kRootHku, "", &good), 0);
-  const std::string goodText = Flatten(good);
-  FreeTree(good);
+  const auto good = Read(path, kRootHku, ""), corrupt = std::make_pair(int(kDumpCorrupt), Flatten(nullptr));
+  ASSERT_EQ(good.first, 0);
   for (size_t cut = 0; cut < bytes.size(); ++cut) {
     ASSERT_TRUE(orvalis_test::WriteWholeFile(bad, bytes.substr(0, cut)));
-    ChangeNode* t = nullptr;
-    ASSERT_EQ(Read(bad, kRootHku, "", &t), kDumpCorrupt) << cut;
-    ASSERT_EQ(t, nullptr);
+    ASSERT_EQ(Read(bad, kRootHku, ""), corrupt) << cut;
   }
   for (size_t at = 0; at < bytes.size(); ++at) {
     std::string s = bytes;
     s[at] ^= char(1 << (at % 8));
     ASSERT_TRUE(orvalis_test::WriteWholeFile(bad, s));
-    ChangeNode* t = nullptr;
-    int r = Read(bad, kRootHku, "", &t);
     // HKU reaches into HKCU; a flip elsewhere may leave this read intact.
-    ASSERT_TRUE(r == kDumpCorrupt || (r == 0 && Flatten(t) == goodText)) << at << " gave " << r;
-    FreeTree(t);
+    const auto read = Read(bad, kRootHku, "");
+    ASSERT_TRUE(read == corrupt || read == good) << at << " gave " << read.first;
   }
 }
 
