@@ -73,15 +73,14 @@ struct Marlow {
   }
 };
 
-// Below HKEY_CURRENT_USER.
-inline HKEY CreateKey(const std::string& key, DWORD options = 0) {
+inline HKEY CreateKey(const std::string& key, DWORD options = 0, HKEY parent = HKEY_CURRENT_USER) {
   HKEY h = nullptr;
-  EXPECT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &h, nullptr), 0)
-      << key;
+  EXPECT_EQ(RegCreateKeyExA(parent, key.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &h, nullptr), 0) << key;
   return h;
 }
-inline void SetValue(const std::string& key, const char* name, DWORD type, const std::string& data, DWORD options = 0) {
-  HKEY h = CreateKey(key, options);
+inline void SetValue(const std::string& key, const char* name, DWORD type, const std::string& data, DWORD options = 0,
+                     HKEY parent = HKEY_CURRENT_USER) {
+  HKEY h = CreateKey(key, options, parent);
   EXPECT_EQ(RegSetValueExA(h, name, 0, type, reinterpret_cast<const BYTE*>(data.data()), DWORD(data.size())), 0);
   RegCloseKey(h);
 }
@@ -141,10 +140,8 @@ class MarlowTest : public ::testing::Test {
     for (const auto& v : values) SetValue(k, v.name, v.type, v.data);
     SetValue(k, std::string(16383, 'v').c_str(), REG_SZ, "long name\0"s);
     // Made below its parent: Wine's ANSI calls refuse more than 260 characters of path in one piece.
-    HKEY parent = CreateKey(k), longKey;
-    EXPECT_EQ(RegCreateKeyExA(parent, std::string(255, 'k').c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &longKey, nullptr), 0);
-    EXPECT_EQ(RegSetValueExA(longKey, "in long key", 0, REG_DWORD, reinterpret_cast<const BYTE*>("\7\0\0\0"), 4), 0);
-    RegCloseKey(longKey);
+    HKEY parent = CreateKey(k);
+    SetValue(std::string(255, 'k'), "in long key", REG_DWORD, Dword(7), 0, parent);
     RegCloseKey(parent);
     RegCloseKey(CreateKey(k + "\\Caf\xe9\xc4 empty"));
     SetValue(k + "\\volatile", "in volatile key", REG_DWORD, Dword(1), REG_OPTION_VOLATILE);

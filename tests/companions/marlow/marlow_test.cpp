@@ -169,18 +169,16 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   EXPECT_EQ(m.save(("HKCU\\" + base + "\\no such key").c_str(), folder.c_str()), 3);
 }
 
-// A whole root reads through the first blocks of the dump.
+// Every cut and flip of a dump is tried natively; here a real registry's dump, through the entry
+// point. A whole root reads through the first blocks.
 TEST_F(MarlowTest, CorruptTruncatedOrForeignDumpsGive13) {
   const std::string good = dir.file("good.OVR"), bad = dir.file("bad.OVR"), root = "HKEY_LOCAL_MACHINE";
   ASSERT_EQ(m.dump(good.c_str(), 1024), 0);
   const std::string bytes = orvalis_test::ReadWholeFile(good);
   ASSERT_GT(bytes.size(), 200u);
-  std::string directory = bytes;
-  directory[bytes.size() - 5] ^= 0x40;
   const std::pair<const char*, std::string> rows[] = {
-      {"empty file", ""}, {"foreign text", "REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"},
-      {"cut in half", bytes.substr(0, bytes.size() / 2)}, {"last byte missing", bytes.substr(0, bytes.size() - 1)},
-      {"directory damaged", directory}, {"first block damaged", bytes.substr(0, 70) + std::string(32, 'U') + bytes.substr(102)}};
+      {"foreign text", "REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"}, {"cut in half", bytes.substr(0, bytes.size() / 2)},
+      {"first block damaged", bytes.substr(0, 70) + std::string(32, 'U') + bytes.substr(102)}};
   for (const auto& [name, data] : rows) {
     ASSERT_TRUE(orvalis_test::WriteWholeFile(bad, data));
     EXPECT_EQ(FromDump(bad, root, 13), nullptr) << name;
