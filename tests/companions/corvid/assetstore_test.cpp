@@ -41,13 +41,8 @@ TEST(AssetStore, OnlyBareComponentsAreSafeRecordPaths) {
 }
 
 FileRecord Record(const char* path, uint32_t size, uint32_t stored) {
-  FileRecord r{};
+  FileRecord r{{}, size, 0x5A215C00u + size, 0x20, 0x01020304u * (size + 1), stored, 0};
   std::snprintf(r.path, sizeof r.path, "%s", path);
-  r.size = size;
-  r.time = 0x5A215C00u + size;
-  r.attributes = 0x20;
-  r.crc = 0x01020304u * (size + 1);
-  r.stored = stored;
   return r;
 }
 
@@ -138,20 +133,25 @@ TEST(AssetStore, CompanionsReadBackOrReadAsDamage) {
   EXPECT_GT(intact, 0);  // the flips in the contents
 }
 
-// A block that claims more files than the rest of the companion can hold is refused before any
-// memory is set aside for them.
-TEST(AssetStore, ImpossibleFileCountIsRefused) {
+// A record whose path leaves the asset's folder makes the whole block unreadable, so no tree of it
+// can reach the restore; a block that claims more files than the rest of the companion can hold is
+// refused before any memory is set aside for them.
+TEST(AssetStore, UntrustworthyBlocksAreDamage) {
   auto* const saved = orvalis::Io().calloc;
   orvalis::Io().calloc = [](size_t n, size_t size) { return n * size > (1u << 20) ? nullptr : std::calloc(n, size); };
-  FILE* f = std::tmpfile();
-  ASSERT_TRUE(WriteCompanionHead(f) && WriteBlockHead(f, "C:\\App", "C:\\App", 0x2000, 999999) &&
-              WriteFileRecord(f, Record("a", 1, 0)));
-  char folder[260];
-  uint32_t options, count;
-  FileRecord* records = nullptr;
-  EXPECT_EQ(ReadAssetBlock(f, "C:\\App", folder, &options, &records, &count), kBadData);
-  EXPECT_EQ(records, nullptr);
-  std::fclose(f);
+  const std::pair<const char*, uint32_t> rows[] = {{"..\\x", 2}, {"C:\\x", 2}, {"\\x", 2}, {"C:x", 2},
+                                                   {"a\\..\\..\\x", 2}, {"a/../x", 2}, {"a:b", 2}, {"a", 999999}};
+  for (const auto& [path, files] : rows) {
+    FILE* f = std::tmpfile();
+    ASSERT_TRUE(WriteCompanionHead(f) && WriteBlockHead(f, "C:\\App", "C:\\App", 0, files) &&
+                WriteFileRecord(f, Record("fine.txt", 3, 0)) && WriteFileRecord(f, Record(path, 3, 0)));
+    char folder[260];
+    uint32_t options, count;
+    FileRecord* records = nullptr;
+    EXPECT_EQ(ReadAssetBlock(f, "C:\\App", folder, &options, &records, &count), kBadData) << path;
+    EXPECT_EQ(records, nullptr);
+    std::fclose(f);
+  }
   orvalis::Io().calloc = saved;
 }
 
@@ -184,14 +184,9 @@ TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOne) {
 TEST(AssetStore, IndexReadsBackOrReadsAsDamage) {
   orvalis_test::ScratchDir dir;
   const std::string path = dir.file("MASTER.IDX");
-  std::vector<IndexRecord> want(3);
-  for (size_t i = 0; i < want.size(); ++i) {
-    std::snprintf(want[i].companion, sizeof want[i].companion, "AST000%zu.OVA", i / 2);
-    std::snprintf(want[i].asset, sizeof want[i].asset, "%s", i ? "C:\\App" : "C:\\Fonts\\*.ttf");
-    want[i].options = 0x1000u * uint32_t(i + 1);
-    want[i].files = uint32_t(i * 7);
-    want[i].offset = uint32_t(12 + i * 300);
-  }
+  const std::vector<IndexRecord> want = {{"AST0000.OVA", "C:\\Fonts\\*.ttf", 0x1000, 0, 12},
+                                        {"AST0000.OVA", "C:\\App", 0x2000, 7, 312},
+                                        {"AST0001.OVA", "C:\\App", 0x3000, 14, 612}};
   auto text = [](const IndexRecord* r, uint32_t n) {
     std::string s;
     for (uint32_t i = 0; i < n; ++i)

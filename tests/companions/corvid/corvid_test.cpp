@@ -42,8 +42,7 @@ void Put(const std::string& path, const std::string& data, uint32_t dosTime = kB
 
 std::string Binary(size_t n, unsigned seed) {
   std::string s(n, '\0');
-  for (size_t i = 0; i < n; ++i, seed = seed * 1103515245u + 12345u)
-    s[i] = char((seed >> 16) & (i % 3 ? 0xFF : 0x0F));  // some repetition for the coder
+  for (size_t i = 0; i < n; ++i, seed = seed * 1103515245u + 12345u) s[i] = char((seed >> 16) & (i % 3 ? 0xFF : 0x0F));
   return s;
 }
 
@@ -190,8 +189,6 @@ class Corvid : public ::testing::Test {
   const std::string app_ = dir_.file("app"), index_ = dir_.file("MASTER.IDX");
 };
 
-// ---- capture -------------------------------------------------------------------------------------
-
 // Wildcards, folders, subfolders (0x1000) and contents (0x2000), each recorded into its own companion
 // and read back: the files, and the written-back result (1 when something matched).
 TEST_F(Corvid, CaptureRecordsWhatTheAssetMatches) {
@@ -251,8 +248,6 @@ TEST_F(Corvid, ComparisonMarksTheDifferences) {
   }
 }
 
-// ---- restore -------------------------------------------------------------------------------------
-
 // A folder with contents kept (0x3000) and without (0x1000), changed in every way: the snapshot
 // without contents lists nothing and touches nothing (deleting what was added while leaving what was
 // removed would be half a restore); the one with contents brings it back byte for byte, with times
@@ -296,12 +291,6 @@ TEST_F(Corvid, RestoreBringsAChangedOrRemovedFolderBack) {
 
   SetFileAttributesA((app_ + "\\ro.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
   std::filesystem::remove_all(app_);
-  ChangeNode* live = nullptr;
-  uint16_t value = 0;
-  ASSERT_EQ(fromLive_(app_.c_str(), &live, 2, &value, 0x1000), 3);
-  ASSERT_NE(live, nullptr);
-  EXPECT_EQ(live->children, nullptr);
-  freeTree_(live);
   int liveRc = 0;
   Tree gone = AgainstLive(app_, 0x3000, "AST0000.OVA", &liveRc);
   EXPECT_EQ(liveRc, 3);
@@ -334,20 +323,16 @@ TEST_F(Corvid, RestoreWritesOnlyContentsThatCheck) {
   EXPECT_EQ(Sorted(ListDir(app_)), (Lines{"bad.txt", "kept.txt"})) << "no temporary file stays";
 }
 
-// ---- several assets and snapshots ----------------------------------------------------------------
-
-// Three snapshots of three assets each, every snapshot in its own companion: deleting one leaves the
+// Three snapshots of two assets each, every snapshot in its own companion: deleting one leaves the
 // others readable and restorable, and the index without its records.
 TEST_F(Corvid, DeletingOneSnapshotLeavesTheOthersReadable) {
-  const std::string fonts = dir_.file("fonts"), ttf = fonts + "\\*.ttf", fon = fonts + "\\*.fon";
-  Put(fonts + "\\b.fon", Binary(300, 2));
+  const std::string fonts = dir_.file("fonts"), ttf = fonts + "\\*.ttf";
   for (int s = 0; s < 3; ++s) {
     const std::string companion = "AST000" + std::to_string(s) + ".OVA";
     Put(fonts + "\\f" + std::to_string(s) + ".ttf", Binary(5000 + s, s));
     Put(app_ + "\\bin\\app.dll", Binary(20000 + s, 3));
     ASSERT_EQ(Snap(ttf, 0x2000, companion.c_str()), 0);
     ASSERT_EQ(Snap(app_, 0x3000, companion.c_str()), 0);
-    ASSERT_EQ(Snap(fon, 0, companion.c_str()), 0);
   }
   EXPECT_EQ(delete_(index_.c_str(), "AST0001.OVA"), 0);
   EXPECT_FALSE(FileExists(dir_.file("AST0001.OVA")));
@@ -355,16 +340,12 @@ TEST_F(Corvid, DeletingOneSnapshotLeavesTheOthersReadable) {
   uint32_t count = 0;
   ASSERT_EQ(corvid::ReadIndex(index_.c_str(), &r, &count), 0);
   Lines index;
-  for (uint32_t i = 0; i < count; ++i)
-    index.push_back(r[i].companion);
+  for (uint32_t i = 0; i < count; ++i) index.push_back(std::string(r[i].companion) + " " + r[i].asset);
   orvalis::Io().free(r);
-  EXPECT_EQ(index, (Lines{"AST0000.OVA", "AST0000.OVA", "AST0000.OVA", "AST0002.OVA", "AST0002.OVA", "AST0002.OVA"}));
+  EXPECT_EQ(index, (Lines{"AST0000.OVA " + ttf, "AST0000.OVA " + app_, "AST0002.OVA " + ttf, "AST0002.OVA " + app_}));
   EXPECT_EQ(Files(FromSnapshot(ttf, 0x2000, "AST0002.OVA").get()), (Lines{"f0.ttf", "f1.ttf", "f2.ttf"}));
-  EXPECT_EQ(Files(FromSnapshot(fon, 0, "AST0000.OVA").get()), Lines{"b.fon"});
-  Tree app0 = FromSnapshot(app_, 0x3000, "AST0000.OVA");
-  ASSERT_TRUE(app0 && app0->children && app0->children->children);
-  EXPECT_EQ(app0->children->children->length, 20000u);
-  // The first asset's contents restore although other blocks follow it in the companion.
+  EXPECT_EQ(Files(FromSnapshot(app_, 0x3000, "AST0000.OVA").get()), Lines{"bin\\app.dll"});
+  // The first asset's contents restore although another block follows it in the companion.
   DeleteFileA((fonts + "\\f0.ttf").c_str());
   EXPECT_EQ(Restore(AgainstLive(ttf, 0x2000, "AST0000.OVA")), 0);
   EXPECT_EQ(ReadWholeFile(fonts + "\\f0.ttf"), Binary(5000, 0));
@@ -376,19 +357,12 @@ TEST_F(Corvid, DeletingOneSnapshotLeavesTheOthersReadable) {
   EXPECT_TRUE(FileExists(dir_.file("AST0000.OVA")));
 }
 
-// ---- bad input -----------------------------------------------------------------------------------
-
-// Damage, and records naming a path outside the asset's folder (no tree, so nothing can be restored
-// there), give an error and no tree.
+// Damage gives an error and no tree (a record naming a path outside the asset's folder is damage
+// too: the portable half's tests sweep those).
 TEST_F(Corvid, DamagedCompanionsGiveAnErrorAndNoTree) {
   Put(app_ + "\\a.txt", Binary(3000, 9));
   ASSERT_EQ(Snap(app_, 0x2000), 0);
   const std::string good = ReadWholeFile(dir_.file("AST0000.OVA")), bad = dir_.file("BAD.OVA");
-  auto escaping = [&](const char* path) {
-    Rewrite(dir_.file("AST0000.OVA"), bad, app_,
-            [&](corvid::FileRecord& r) { std::snprintf(r.path, sizeof r.path, "%s", path); });
-    return ReadWholeFile(bad);
-  };
   const struct {
     const char* name;
     std::string bytes;  // "-": no file at all
@@ -400,16 +374,13 @@ TEST_F(Corvid, DamagedCompanionsGiveAnErrorAndNoTree) {
       {"foreign", std::string("MZ\x90\0\3\0\0\0\4\0\0\0\xFF\xFF", 16), nullptr, 13},
       {"cut in the contents", good.substr(0, good.size() - 3), nullptr, 13},
       {"garbage after the blocks", good + "GARBAGE", "C:\\other", 13},
-      {"parent", escaping("..\\x.txt"), nullptr, 13},
-      {"drive", escaping("C:\\x.txt"), nullptr, 13},
-      {"forward slash", escaping("sub/../../x.txt"), nullptr, 13},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
     DeleteFileA(bad.c_str());
     if (row.bytes != "-") WriteWholeFile(bad, row.bytes);
     ChangeNode* tree = reinterpret_cast<ChangeNode*>(1);
-    EXPECT_EQ(fromSnapshot_(bad.c_str(), row.asset ? row.asset : app_.c_str(), &tree, 1, 0, 0x2000), row.rc);
+    const char* asset = row.asset ? row.asset : app_.c_str();
+    EXPECT_EQ(fromSnapshot_(bad.c_str(), asset, &tree, 1, 0, 0x2000), row.rc) << row.name;
     EXPECT_EQ(tree, nullptr);
   }
   freeTree_(nullptr);
@@ -424,10 +395,7 @@ TEST_F(Corvid, ADamagedOrLockedIndexIsLeftAsItIs) {
   ASSERT_EQ(Snap(app_, 0x2000), 0);
   ASSERT_EQ(Snap(app_, 0x2000, "AST0001.OVA"), 0);
   const std::string good = ReadWholeFile(index_);
-  std::string flipped = good;
-  flipped[30] ^= 0x01;
-  for (const std::string& damaged : {std::string(), std::string("[MASTER]\r\n"), good.substr(0, 40), flipped}) {
-    SCOPED_TRACE(damaged.size());
+  for (const std::string& damaged : {std::string("[MASTER]\r\n"), good.substr(0, 40)}) {
     WriteWholeFile(index_, damaged);
     uint16_t result = 0;
     EXPECT_EQ(Snap(app_, 0x2000, "AST0002.OVA", &result), 13);
