@@ -51,11 +51,9 @@ std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = t
   o.sorted = sorted;
   o.truncate = truncate;
   PrintChangeTree(f, root, o);
+  std::string out(static_cast<size_t>(std::ftell(f)), '\0');
   std::rewind(f);
-  std::string out;
-  char buf[4096];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+  out.resize(std::fread(out.data(), 1, out.size(), f));
   std::fclose(f);
   return out;
 }

@@ -1,14 +1,11 @@
 // Snapshot packages end to end under Wine: export, delete, import and compare; importing twice;
 // damaged and hostile packages refused with nothing left behind; verify finding one flipped byte
 // in each kind of companion and a missing one.
-#undef _WIN32_WINNT
-#define _WIN32_WINNT 0x0600  // RegDeleteTreeA
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <random>
 #include <set>
 #include <string>
 
@@ -22,6 +19,7 @@ using orvalis_test::EngineSandbox;
 using orvalis_test::FileExists;
 using orvalis_test::ListDir;
 using orvalis_test::ReadWholeFile;
+using orvalis_test::TestKey;
 using orvalis_test::WriteWholeFile;
 
 namespace {
@@ -54,25 +52,19 @@ std::string Package(const std::vector<Entry>& entries) {
 class Packages : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::random_device rd;
-    key_ = "Software\\OrvalisTest\\pkg" + std::to_string(rd());
-    HKEY k;
-    RegCreateKeyExA(HKEY_CURRENT_USER, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr);
-    RegSetValueExA(k, "v", 0, REG_SZ, reinterpret_cast<const BYTE*>("one"), 4);
-    RegCloseKey(k);
-    for (const char* d : {"NIMBRA", "w", "fonts", "other"}) CreateDirectoryA(box_.file(d).c_str(), nullptr);
+    key_.Set("", "v", "one");
+    box_.MakeDirs({"NIMBRA", "w", "fonts", "other"});
     box_.CopyFromBin("TAMBRELL.DLL");
     WriteWholeFile(box_.file("w\\app.ini"), "[Main]\r\nColor=blue\r\n");
     WriteWholeFile(box_.file("fonts\\a.ttf"), std::string(5000, 'a'));
     WriteWholeFile(box_.file("P.GCF"), "packed\n[GROUPFILES_START]\n" + box_.file("w\\app.ini") +
                                            "\n[GROUPFILES_END]\n[GROUPDIRS_START]\n" + box_.file("w") +
-                                           "\n[GROUPDIRS_END]\n[GROUPREGKEYS_START]\nHKCU\\" + key_ +
+                                           "\n[GROUPDIRS_END]\n[GROUPREGKEYS_START]\n" + key_.Full() +
                                            "\n[GROUPREGKEYS_END]\n[GROUPASSET_START]\n" + box_.file("fonts") +
                                            ",0,8192\n[GROUPASSET_END]\n");
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "to move"), 0u);
     pkg_ = box_.file("other\\move.pkg");
   }
-  void TearDown() override { RegDeleteTreeA(HKEY_CURRENT_USER, key_.c_str()); }
   // Every section of a report against the live system, without its head.
   std::string Sections(const char* snapshot) {
     const std::string r = box_.file("r.log");
@@ -90,7 +82,8 @@ class Packages : public ::testing::Test {
     return out;
   }
   EngineSandbox box_;
-  std::string key_, pkg_;
+  TestKey key_{"pkg"};
+  std::string pkg_;
 };
 
 TEST_F(Packages, ExportDeleteImportComparesEqualAndImportsTwice) {
@@ -129,10 +122,7 @@ TEST_F(Packages, DamagedAndHostilePackagesLeaveNothingBehind) {
   };
   std::string wrongCrc = Package({{1, "", "BASE0000.BCF", index}, {2, "", "X0000.BSE", "copy"}});
   wrongCrc[wrongCrc.size() - 10] ^= 1;  // inside the last entry's data; the trailer no longer matches either
-  const struct {
-    const char* what;
-    std::string bytes;
-  } rows[] = {
+  std::vector<std::pair<std::string, std::string>> rows = {
       {"empty", ""},
       {"truncated", good.substr(0, good.size() / 2)},
       {"last byte missing", good.substr(0, good.size() - 1)},
@@ -141,20 +131,16 @@ TEST_F(Packages, DamagedAndHostilePackagesLeaveNothingBehind) {
       {"wrong CRC", wrongCrc},
       {"foreign", "PK\x03\x04 this is a zip, not a package of ours"},
       {"two index files", Package({{1, "", "BASE0000.BCF", index}, {1, "", "BASE0001.BCF", index}})},
-      {"folder part", Package({{1, "", "BASE0000.BCF", index}, {2, "", "sub\\X0000.BSE", "x"}})},
-      {"dot dot", Package({{1, "", "BASE0000.BCF", index}, {2, "", "..", "x"}})},
-      {"drive", Package({{1, "", "BASE0000.BCF", index}, {2, "", "C:X0000.BSE", "x"}})},
-      {"CON", Package({{1, "", "BASE0000.BCF", index}, {2, "", "CON", "x"}})},
-      {"nul with an extension", Package({{1, "", "BASE0000.BCF", index}, {2, "", "nul.txt", "x"}})},
-      {"COM1", Package({{1, "", "BASE0000.BCF", index}, {2, "", "COM1.BSE", "x"}})},
-      {"LPT1", Package({{1, "", "BASE0000.BCF", index}, {2, "", "lpt1", "x"}})},
       {"folder named up", Package({{1, "", "BASE0000.BCF", index}, {3, "..", "k.sav", "x"}})},
   };
+  // Entry names with a folder part, "..", a drive, or a device name with or without an extension.
+  for (const char* name : {"sub\\X0000.BSE", "..", "C:X0000.BSE", "CON", "nul.txt", "COM1.BSE", "lpt1"})
+    rows.emplace_back(name, Package({{1, "", "BASE0000.BCF", index}, {2, "", name, "x"}}));
   const std::set<std::string> before = Files();
-  for (const auto& r : rows) {
-    WriteWholeFile(pkg_, r.bytes);
-    EXPECT_EQ(ImportSnapshot(pkg_.c_str(), nullptr), 13u) << r.what;
-    EXPECT_EQ(Files(), before) << r.what;
+  for (const auto& [what, bytes] : rows) {
+    WriteWholeFile(pkg_, bytes);
+    EXPECT_EQ(ImportSnapshot(pkg_.c_str(), nullptr), 13u) << what;
+    EXPECT_EQ(Files(), before) << what;
   }
   EXPECT_EQ(ImportSnapshot(box_.file("other\\none.pkg").c_str(), nullptr), 2u);
 }

@@ -13,23 +13,16 @@
 
 using orvalis_test::EngineSandbox;
 using orvalis_test::FileExists;
+using orvalis_test::NoCr;
 using orvalis_test::ReadWholeFile;
 using orvalis_test::WriteWholeFile;
 
 namespace {
 
-std::string Unix(std::string text) {
-  std::string out;
-  for (char c : text)
-    if (c != '\r') out += c;
-  return out;
-}
-
 class Report : public ::testing::Test {
  protected:
   void SetUp() override {
-    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
-    CreateDirectoryA(box_.file("w").c_str(), nullptr);
+    box_.MakeDirs({"NIMBRA", "w"});
     box_.CopyFromBin("TAMBRELL.DLL");
     WriteWholeFile(box_.file("w\\notes.txt"), "alpha\r\nVersion 1.0 of the notes\r\ngamma\r\n");
     WriteWholeFile(box_.file("w\\app.ini"), "[Gone]\r\nx=1\r\n[Main]\r\nColor=blue\r\nSize=9\r\n");
@@ -43,7 +36,7 @@ class Report : public ::testing::Test {
     report_ = box_.file("r.log");
   }
   std::string Body(const std::string& from, const std::string& to) {
-    const std::string text = Unix(ReadWholeFile(report_));
+    const std::string text = NoCr(ReadWholeFile(report_));
     const size_t a = text.find(from);
     if (a == std::string::npos) return "<no " + from + ">";
     const size_t b = to.empty() ? std::string::npos : text.find(to, a + from.size());
@@ -55,7 +48,7 @@ class Report : public ::testing::Test {
 
 TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
   ASSERT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str()), 0u);
-  const std::string text = Unix(ReadWholeFile(report_));
+  const std::string text = NoCr(ReadWholeFile(report_));
   EXPECT_EQ(text.rfind("Orvalis Snapshot Difference Report\n==================================\n\nOlder snapshot: ", 0),
             0u) << text;
   EXPECT_NE(text.find("  before\nNewer snapshot: "), std::string::npos);
@@ -79,11 +72,11 @@ TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
 
 TEST_F(Report, LiveSystemAppendingAndBadArguments) {
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
-  EXPECT_NE(Unix(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
+  EXPECT_NE(NoCr(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
       << ReadWholeFile(report_);
   // Appending adds a section and no second head.
   ASSERT_EQ(CreateReportOfDriveDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str(), 1), 0u);
-  const std::string text = Unix(ReadWholeFile(report_));
+  const std::string text = NoCr(ReadWholeFile(report_));
   EXPECT_EQ(text.find("Orvalis Snapshot Difference Report", 1), std::string::npos);
   EXPECT_NE(text.find("Drives\n\n"), std::string::npos);
   // A null or empty older snapshot writes nothing; an unopenable report is 110.
@@ -109,7 +102,7 @@ TEST_F(Report, GermanHeadingsForAGermanUser) {
   // notification lets it go, and the next export loads it again.
   orvalis::HandleLibraryEntry(orvalis::State().instance, DLL_THREAD_ATTACH);
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
-  const std::string text = Unix(ReadWholeFile(report_));
+  const std::string text = NoCr(ReadWholeFile(report_));
   EXPECT_EQ(text.find("System Files"), std::string::npos) << text;
   EXPECT_EQ(text.find("Current system"), std::string::npos) << text;
   EXPECT_EQ(text.find("Older snapshot"), std::string::npos) << text;

@@ -1,6 +1,3 @@
-// RegDeleteTreeA needs the Vista headers; the engine itself stays on the XP-level API.
-#undef _WIN32_WINNT
-#define _WIN32_WINNT 0x0600
 // Restore end to end under Wine, against real files, the real registry and real asset folders:
 // snapshot, change everything, restore, and a second snapshot compares equal to the first through
 // the report exports; the undo base holds the changed state and restoring it brings that back.
@@ -10,89 +7,68 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
-#include "engine/log.h"
-#include "engine/settings.h"
-#include "engine/sys.h"
 #include "exports/exports.h"
 #include "tests/support/engine_sandbox.h"
 
-using namespace orvalis;
 using orvalis_test::EngineSandbox;
 using orvalis_test::FileExists;
 using orvalis_test::ReadWholeFile;
+using orvalis_test::TestKey;
 using orvalis_test::WriteWholeFile;
 
 namespace {
 
+const std::string kCount("\x05\0\0\0", 4), kBin("\x01\x00\x02", 3), kFont(3000, 'a');
 
 class Restore : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::random_device rd;
-    key_ = "Software\\OrvalisTest\\restore" + std::to_string(rd());
-    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
-    CreateDirectoryA(box_.file("app").c_str(), nullptr);
-    CreateDirectoryA(box_.file("fonts").c_str(), nullptr);
-    CreateDirectoryA(box_.file("fonts\\sub").c_str(), nullptr);
-    CreateDirectoryA(box_.file("windows").c_str(), nullptr);
+    box_.MakeDirs({"NIMBRA", "app", "fonts", "fonts\\sub", "windows"});
     WriteWholeFile(box_.file("windows\\USER.DAT"), "user hive");
     WriteWholeFile(box_.file("windows\\SYSTEM.DAT"), "system hive");
     box_.SetWindowsFolder(box_.file("windows"));
     WriteWholeFile(File("app.ini"), "[Main]\r\nColor=blue\r\n");
     WriteWholeFile(File("locked.txt"), "do not touch\r\n");
     SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_READONLY);
-    WriteWholeFile(box_.file("fonts\\a.ttf"), std::string(3000, 'a'));
+    WriteWholeFile(box_.file("fonts\\a.ttf"), kFont);
     WriteWholeFile(box_.file("fonts\\b.ttf"), "bbbb");
     WriteWholeFile(box_.file("fonts\\sub\\c.ttf"), "cccc");
-    SetKey("", "Name", REG_SZ, "Orvalis");
-    SetKey("", "Count", REG_DWORD, std::string("\x05\0\0\0", 4));
-    SetKey("Colors", "Back", REG_SZ, "blue");
-    SetKey("Colors\\Deep", "Bin", REG_BINARY, std::string("\x01\x00\x02", 3));
+    key_.Set("", "Name", "Orvalis");
+    key_.Set("", "Count", kCount, REG_DWORD);
+    key_.Set("Colors", "Back", "blue");
+    key_.Set("Colors\\Deep", "Bin", kBin, REG_BINARY);
     WriteWholeFile(box_.file("P.GCF"), "Everything\n[GROUPFILES_START]\n" + File("app.ini") + "\n" + File("locked.txt") +
-                                           "\n[GROUPFILES_END]\n[GROUPREGKEYS_START]\nHKEY_CURRENT_USER\\" + key_ +
-                                           "\n[GROUPREGKEYS_END]\n[GROUPASSET_START]\n" + box_.file("fonts") +
-                                           ",0,12288\n[GROUPASSET_END]\n");
+                                           "\n[GROUPFILES_END]\n[GROUPREGKEYS_START]\nHKEY_CURRENT_USER\\" +
+                                           key_.path() + "\n[GROUPREGKEYS_END]\n[GROUPASSET_START]\n" +
+                                           box_.file("fonts") + ",0,12288\n[GROUPASSET_END]\n");
   }
-  void TearDown() override {
-    SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
-    RegDeleteTreeA(HKEY_CURRENT_USER, key_.c_str());
-  }
+  void TearDown() override { SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_NORMAL); }
   std::string File(const char* name) { return box_.file(std::string("app\\") + name); }
-  void SetKey(const std::string& sub, const char* name, DWORD type, const std::string& data) {
-    HKEY k;
-    const std::string path = sub.empty() ? key_ : key_ + "\\" + sub;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr), 0);
-    RegSetValueExA(k, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
-                   static_cast<DWORD>(data.size() + (type == REG_SZ ? 1 : 0)));
-    RegCloseKey(k);
-  }
-  std::string GetValue(const std::string& sub, const char* name) {
-    HKEY k;
-    const std::string path = sub.empty() ? key_ : key_ + "\\" + sub;
-    if (RegOpenKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, &k) != 0) return "<no key>";
-    char buf[256];
-    DWORD size = sizeof buf, type = 0;
-    LONG rc = RegQueryValueExA(k, name, nullptr, &type, reinterpret_cast<BYTE*>(buf), &size);
-    RegCloseKey(k);
-    if (rc != 0) return "<none>";
-    return type == REG_SZ ? std::string(buf) : std::string(buf, size);
+  // Files, values and assets as the test reads them, one line each.
+  std::string State() {
+    std::string s;
+    for (const char* f : {"app.ini", "locked.txt"}) s += std::string(f) + "=" + ReadWholeFile(File(f)) + "|";
+    s += (GetFileAttributesA(File("locked.txt").c_str()) & FILE_ATTRIBUTE_READONLY) ? "read-only|" : "writable|";
+    const char* values[][2] = {{"", "Name"}, {"", "Count"}, {"", "Added"}, {"Colors", "Back"},
+                               {"Colors\\Deep", "Bin"}, {"NewSub", "X"}};
+    for (auto& v : values) s += std::string(v[1]) + "=" + key_.Get(v[0], v[1]) + "|";
+    for (const char* f : {"a.ttf", "sub\\c.ttf", "new.ttf"})
+      s += std::string(f) + "=" + (FileExists(box_.file(std::string("fonts\\") + f))
+                                       ? ReadWholeFile(box_.file(std::string("fonts\\") + f)) : "<none>") + "|";
+    return s;
   }
   void Change() {
     SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
     WriteWholeFile(File("locked.txt"), "touched\r\n");
     SetFileAttributesA(File("locked.txt").c_str(), FILE_ATTRIBUTE_READONLY);
     DeleteFileA(File("app.ini").c_str());
-    SetKey("", "Name", REG_SZ, "Changed");
-    SetKey("", "Added", REG_SZ, "new");
-    HKEY k;
-    RegOpenKeyExA(HKEY_CURRENT_USER, key_.c_str(), 0, KEY_ALL_ACCESS, &k);
-    RegDeleteValueA(k, "Count");
-    RegCloseKey(k);
-    RegDeleteTreeA(HKEY_CURRENT_USER, (key_ + "\\Colors").c_str());
-    SetKey("NewSub", "X", REG_SZ, "y");
+    key_.Set("", "Name", "Changed");
+    key_.Set("", "Added", "new");
+    key_.Delete("", "Count");
+    key_.Delete("Colors");
+    key_.Set("NewSub", "X", "y");
     WriteWholeFile(box_.file("fonts\\a.ttf"), "changed");
     DeleteFileA(box_.file("fonts\\sub\\c.ttf").c_str());
     WriteWholeFile(box_.file("fonts\\new.ttf"), "new font");
@@ -103,81 +79,47 @@ class Restore : public ::testing::Test {
     EXPECT_EQ(CreateReportOfFileDifferences(older.c_str(), newer.c_str(), report.c_str(), 0), 0u);
     EXPECT_EQ(CreateReportOfRegistryDifferences(older.c_str(), newer.c_str(), report.c_str(), 1), 0u);
     EXPECT_EQ(CreateReportOfAssetDifferences(older.c_str(), newer.c_str(), report.c_str(), 1), 0u);
-    std::string out, line;
-    for (char c : ReadWholeFile(report)) {
-      if (c == '\r') continue;
-      if (c != '\n') {
-        line += c;
-        continue;
-      }
+    std::string out, text = orvalis_test::NoCr(ReadWholeFile(report));
+    for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
       for (const char* m : {" +", " -", "<-", "->", "**"})
-        if (line.rfind(m, 0) == 0) out += line + "\n";
-      line.clear();
-    }
+        if (text.compare(at, 2, m) == 0) out += text.substr(at, end + 1 - at);
     return out;
-  }
-  std::string Undo() {
-    char v[MAX_PATH];
-    ReadOrvalisString("UNDOBASE", "", v, sizeof v);
-    return v;
   }
 
   EngineSandbox box_;
-  std::string key_;
+  TestKey key_{"restore"};
 };
 
 TEST_F(Restore, PutsEverythingBackAndItsUndoBaseTakesItBackAgain) {
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "before"), 0u);  // BASE0000
-  ASSERT_TRUE(FileExists(box_.file("BASE0000.BCF"))) << ReadWholeFile(box_.file("halvern.log"));
+  ASSERT_TRUE(FileExists(box_.file("BASE0000.BCF"))) << box_.Log();
+  const std::string original = State();
   Change();
-  const std::string changed = ChangeLines("BASE0000.BCF", "");
-  EXPECT_NE(changed.find("Changed"), std::string::npos) << changed;  // the report sees the changes
+  const std::string changed = State();
+  EXPECT_NE(ChangeLines("BASE0000.BCF", "").find("Changed"), std::string::npos);  // the report sees the changes
 
   ASSERT_EQ(RestoreFromSpecifiedSnapshot(box_.file("BASE0000.BCF").c_str()), 0u);
-  const std::string log = ReadWholeFile(box_.file("halvern.log"));
-  EXPECT_NE(log.find("restore of reg keys went OK"), std::string::npos) << log;
-  EXPECT_NE(log.find("restore of assets went OK"), std::string::npos) << log;
-  EXPECT_NE(log.find("Restore was successful"), std::string::npos) << log;
-  EXPECT_EQ(Undo(), "BASE0001.BCF");
-
+  EXPECT_NE(box_.Log().find("restore of reg keys went OK\nrestore of assets went OK\nRestore was successful\n"),
+            std::string::npos) << box_.Log();
+  EXPECT_EQ(box_.UndoBase(), "BASE0001.BCF");
   // Byte for byte and value for value, and the read-only file is still read-only.
-  EXPECT_EQ(ReadWholeFile(File("app.ini")), "[Main]\r\nColor=blue\r\n");
-  EXPECT_EQ(ReadWholeFile(File("locked.txt")), "do not touch\r\n");
-  EXPECT_TRUE(GetFileAttributesA(File("locked.txt").c_str()) & FILE_ATTRIBUTE_READONLY);
-  EXPECT_EQ(GetValue("", "Name"), "Orvalis");
-  EXPECT_EQ(GetValue("", "Count"), std::string("\x05\0\0\0", 4));
-  EXPECT_EQ(GetValue("", "Added"), "<none>");
-  EXPECT_EQ(GetValue("Colors", "Back"), "blue");
-  EXPECT_EQ(GetValue("Colors\\Deep", "Bin"), std::string("\x01\x00\x02", 3));
-  EXPECT_EQ(GetValue("NewSub", "X"), "<no key>");
-  EXPECT_EQ(ReadWholeFile(box_.file("fonts\\a.ttf")), std::string(3000, 'a'));
-  EXPECT_EQ(ReadWholeFile(box_.file("fonts\\sub\\c.ttf")), "cccc");
-  EXPECT_FALSE(FileExists(box_.file("fonts\\new.ttf")));
-
+  EXPECT_EQ(State(), original);
   // A new snapshot compares equal to the first in files, registry and assets.
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "after"), 0u);  // BASE0002
   EXPECT_EQ(ChangeLines("BASE0000.BCF", "BASE0002.BCF"), "");
 
-  // The undo base held the changed state: restoring it brings that back, and leaves an undo
-  // base of its own in its place.
+  // The undo base held the changed state: restoring it brings that back (system files are copied
+  // back, never deleted, so app.ini stays as the first restore put it), and leaves an undo base of
+  // its own in its place.
   ASSERT_EQ(RestoreFromSpecifiedSnapshot(box_.file("BASE0001.BCF").c_str()), 0u);
-  EXPECT_EQ(GetValue("", "Name"), "Changed");
-  EXPECT_EQ(GetValue("", "Added"), "new");
-  EXPECT_EQ(GetValue("NewSub", "X"), "y");
-  EXPECT_EQ(ReadWholeFile(File("locked.txt")), "touched\r\n");
-  // (System files are copied back, never deleted: app.ini, absent when the undo base was taken,
-  // stays as the first restore put it.)
-  EXPECT_EQ(ReadWholeFile(box_.file("fonts\\a.ttf")), "changed");
-  EXPECT_TRUE(FileExists(box_.file("fonts\\new.ttf")));
+  EXPECT_EQ(State(), "app.ini=[Main]\r\nColor=blue\r\n|" + changed.substr(changed.find("locked.txt=")));
   EXPECT_FALSE(FileExists(box_.file("BASE0001.BCF")));  // the restored undo base has done its work
-  const std::string undo = Undo();
-  EXPECT_NE(undo, "");
+  const std::string undo = box_.UndoBase();
+  ASSERT_NE(undo, "");
   EXPECT_TRUE(FileExists(box_.file(undo)));
   // ... and that undo base undoes it again.
   ASSERT_EQ(RestoreFromSpecifiedSnapshot(box_.file(undo).c_str()), 0u);
-  EXPECT_EQ(GetValue("", "Name"), "Orvalis");
-  EXPECT_EQ(ReadWholeFile(File("app.ini")), "[Main]\r\nColor=blue\r\n");
-  EXPECT_EQ(ReadWholeFile(box_.file("fonts\\a.ttf")), std::string(3000, 'a'));
+  EXPECT_EQ(State(), original);
 }
 
 }  // namespace

@@ -34,16 +34,12 @@ TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
   EngineSandbox box;
   EXPECT_EQ(GetMaxSnapshot(), 8);
   EXPECT_EQ(GetSchedule(), 3);
-  struct Row {
-    const char* written;
-    int read;
-  } rows[] = {{"12", 12}, {"abc", 0}, {"7days", 7}, {"-2", -2}};
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.written);
-    EXPECT_EQ(SetMaxSnapshot(r.written), 0);
-    EXPECT_EQ(GetMaxSnapshot(), r.read);
-    EXPECT_EQ(SetSchedule(r.written), 0);
-    EXPECT_EQ(GetSchedule(), r.read);
+  for (auto [written, read] : {std::pair{"12", 12}, {"abc", 0}, {"7days", 7}, {"-2", -2}}) {
+    SCOPED_TRACE(written);
+    EXPECT_EQ(SetMaxSnapshot(written), 0);
+    EXPECT_EQ(GetMaxSnapshot(), read);
+    EXPECT_EQ(SetSchedule(written), 0);
+    EXPECT_EQ(GetSchedule(), read);
   }
   // Written unchanged, as a string.
   char raw[64];
@@ -138,12 +134,11 @@ TEST(Log, TheUninstallersArgumentIsTheLogFolder) {
     box.SetHklmString(kUninstallKey, "UninstallString", r.uninstall.c_str());
     ResetLog();
     EXPECT_EQ(std::string(State().logPath), r.logPath);
+    if (&r == rows) {
+      WriteLog("here");
+      EXPECT_EQ(ReadWholeFile(logs.file("halvern.log")), "here\r\n");
+    }
   }
-  EngineSandbox box;
-  box.SetHklmString(kUninstallKey, "UninstallString", rows[0].uninstall.c_str());
-  ResetLog();
-  WriteLog("here");
-  EXPECT_EQ(ReadWholeFile(logs.file("halvern.log")), "here\r\n");
 }
 
 // Answers a chosen abbreviated language name, as a user of that language would have.
@@ -204,21 +199,14 @@ TEST(Strings, TambrellFallbackAndMissingIds) {
   EXPECT_STREQ(small, "Syst");
 }
 
-std::string g_boxText, g_boxTitle;
-int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT) {
-  g_boxText = text;
-  g_boxTitle = title ? title : "";
-  return IDOK;
-}
+std::string g_boxText;
+int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR, UINT) { return g_boxText = text, IDOK; }
 
-TEST(Strings, DestinationErrorBox) {
+// (Its text and title are pinned through the document exports.)
+TEST(Strings, DestinationErrorBoxIsBounded) {
   EngineSandbox box;
   Sys().MessageBoxA = CaptureBox;
-  ShowDestinationError("Q:\\nowhere\\out.xml");
-  EXPECT_EQ(g_boxText, "Destination file is invalid (Q:\\nowhere\\out.xml)");
-  EXPECT_EQ(g_boxTitle, "Orvalis Engine Error");
-  std::string longPath(400, 'x');
-  ShowDestinationError(longPath.c_str());  // bounded, no overflow
+  ShowDestinationError(std::string(400, 'x').c_str());
   EXPECT_LT(g_boxText.size(), 400u);
 }
 

@@ -19,7 +19,7 @@ namespace {
 class SysFileXml : public ::testing::Test {
  protected:
   void SetUp() override {
-    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
+    box_.MakeDirs({"NIMBRA"});
     ini_ = box_.file("app.ini");
     txt_ = box_.file("autoexec.bat");
     WriteWholeFile(ini_, "[Main]\nColor=blue\nSize=10\n");
@@ -30,51 +30,40 @@ class SysFileXml : public ::testing::Test {
     WriteWholeFile(txt_, "@echo off\nset PATH=C:\\DOS;C:\\WIN\nrem <done>\n");
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "after"), 0u);
   }
-  std::string Doc(const std::string& body) {
-    return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n<SYSFILE>\r\n" + body +
-           "</SYSFILE>\r\n";
-  }
   EngineSandbox box_;
   std::string ini_, txt_;
 };
 
-TEST_F(SysFileXml, TwoSnapshotsOfAnIniFile) {
+// Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
+// older side: the file is "not in the newer snapshot", a message, so TEXT is empty); the live file
+// against itself.
+TEST_F(SysFileXml, Documents) {
   const std::string out = box_.file("out.xml");
-  ASSERT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini_.c_str(), out.c_str(), 0), 0u);
-  EXPECT_EQ(ReadWholeFile(out),
-            Doc("  <FILENAME><![CDATA[" + ini_ + "]]></FILENAME>\r\n    <INI>\r\n"
-                "    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
-                "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
-                "   <ENTRIES>      <LINE>Color=green</LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
-                "    <SECTION>[New]</SECTION>        <CHGFLAG flag=\"N\"/>\r\n"
-                "   <ENTRIES>      <LINE>k=v</LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n"
-                "    </INI>\r\n"));
-}
-
-TEST_F(SysFileXml, SnapshotAgainstTheLiveTextFile) {
-  const std::string out = box_.file("out.xml");
+  const struct {
+    const char *older, *newer;
+    const std::string& file;
+    int live;
+    std::string body;
+  } rows[] = {
+      {"BASE0000.BCF", "BASE0001.BCF", ini_, 0,
+       "    <INI>\r\n    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
+       "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE>Color=green</LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+       "    <SECTION>[New]</SECTION>        <CHGFLAG flag=\"N\"/>\r\n"
+       "   <ENTRIES>      <LINE>k=v</LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </INI>\r\n"},
+      {"BASE0000.BCF", nullptr, txt_, 1,
+       "    <TEXT>\r\n   <ENTRIES>      <LINE><![CDATA[set PATH=C:\\DOS]]></LINE>      <LNUM>2</LNUM>      "
+       "<CHGFLAG flag=\"O\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE><![CDATA[ver]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </TEXT>\r\n"},
+      {"BASE0001.BCF", nullptr, txt_, 0, "    <TEXT>\r\n    </TEXT>\r\n"},
+      {nullptr, nullptr, ini_, 1, "    <INI>\r\n    </INI>\r\n"},
+  };
   WriteWholeFile(txt_, "@echo off\nrem <done>\nver\n");
-  ASSERT_EQ(CompareFilestoXML("BASE0000.BCF", nullptr, txt_.c_str(), out.c_str(), 1), 0u);
-  EXPECT_EQ(ReadWholeFile(out),
-            Doc("  <FILENAME><![CDATA[" + txt_ + "]]></FILENAME>\r\n    <TEXT>\r\n"
-                "   <ENTRIES>      <LINE><![CDATA[set PATH=C:\\DOS]]></LINE>      <LNUM>2</LNUM>      "
-                "<CHGFLAG flag=\"O\"/>   </ENTRIES>\r\n"
-                "   <ENTRIES>      <LINE><![CDATA[ver]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n"
-                "    </TEXT>\r\n"));
-}
-
-TEST_F(SysFileXml, OneSnapshotAloneIsOneSided) {
-  const std::string out = box_.file("out.xml");
-  ASSERT_EQ(CompareFilestoXML("BASE0001.BCF", nullptr, txt_.c_str(), out.c_str(), 0), 0u);
-  std::string doc = ReadWholeFile(out);
-  // Only the older side: the file is "not in the newer snapshot", a message, so TEXT is empty.
-  EXPECT_EQ(doc, Doc("  <FILENAME><![CDATA[" + txt_ + "]]></FILENAME>\r\n    <TEXT>\r\n    </TEXT>\r\n"));
-}
-
-TEST_F(SysFileXml, LiveAgainstItself) {
-  const std::string out = box_.file("out.xml");
-  ASSERT_EQ(CompareFilestoXML(nullptr, nullptr, ini_.c_str(), out.c_str(), 1), 0u);
-  EXPECT_EQ(ReadWholeFile(out), Doc("  <FILENAME><![CDATA[" + ini_ + "]]></FILENAME>\r\n    <INI>\r\n    </INI>\r\n"));
+  for (const auto& r : rows) {
+    ASSERT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), 0u) << r.body;
+    EXPECT_EQ(ReadWholeFile(out), "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n<SYSFILE>\r\n"
+                                  "  <FILENAME><![CDATA[" + r.file + "]]></FILENAME>\r\n" + r.body + "</SYSFILE>\r\n");
+  }
 }
 
 std::string g_box;

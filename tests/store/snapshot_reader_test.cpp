@@ -1,6 +1,7 @@
 // Reading snapshot index files of every format version, and bad input.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -49,68 +50,58 @@ const char kVersion6[] =
     "[FILEINFO_START]\nC:\\WINDOWS\\WIN.INI,WIN0000.BSE,1,651060909\nC:\\WINDOWS\\SYSTEM.INI,SYST0000.BSE,0,5\n"
     "C:\\a,b\\X.INI,X0000.BSE,1,2\n[FILEINFO_END]\n";
 
+// Every field the reader fills, one line per record.
+std::string Describe(const SnapshotRecord& r) {
+  char line[1200];
+  std::string out;
+  auto add = [&](const char* format, auto... args) {
+    std::snprintf(line, sizeof line, format, args...);
+    out += line;
+  };
+  add("%s|%u|%u\n", r.description, r.time, r.flags);
+  for (const SysInfoItem* i = r.sysInfo; i; i = i->next)
+    add("sys %u=%s\n", i->item, i->text ? i->text : std::to_string(i->value).c_str());
+  for (int d = 0; r.drives && d < 26; ++d)
+    if (r.drives[d].type) add("drive %c %u %u %u %s\n", 'A' + d, r.drives[d].type, r.drives[d].totalKB, r.drives[d].freeKB, r.drives[d].netName);
+  for (const SnapFileEntry* e = r.files; e; e = e->next) add("file %s|%s|%u|%u\n", e->path, e->companion, e->flags, e->time);
+  const std::pair<const char*, const SnapGroupEntry*> groups[] = {{"reg", r.regKeys}, {"asset", r.assets}, {"dir", r.dirs}};
+  for (auto [kind, list] : groups)
+    for (const SnapGroupEntry* e = list; e; e = e->next) add("%s %s|%s|%d|%u\n", kind, e->name, e->companion, e->first, e->second);
+  if (const RegBackupRecord* b = r.regBackup)
+    add("backup %s|%d|%u|%s|%d|%u\n", b->userName, b->userFlag, b->userCrc, b->systemName, b->systemFlag, b->systemCrc);
+  return out;
+}
+
 TEST(SnapshotReader, Version6EverySection) {
   Loaded l;
   Load(l, kVersion6);
   ASSERT_EQ(l.rc, 0);
-  SnapshotRecord& r = *l.rec;
-  EXPECT_STREQ(r.description, "Before the driver update");
-  EXPECT_EQ(r.time, 651060909u);
-  EXPECT_EQ(r.flags, 0x2000);
-  // SYSINFO: six items in file order, texts for 9 and 16.
-  std::string items;
-  for (const SysInfoItem* i = r.sysInfo; i; i = i->next)
-    items += std::to_string(i->item) + "=" + (i->text ? i->text : std::to_string(i->value)) + " ";
-  EXPECT_EQ(items, "1=5 2=1 3=65536 5=262154 9=GenuineIntel 16=Pentium II MMX ");
-  // DRIVES: field order letter, type, totalKB, freeKB, net name.
-  ASSERT_NE(r.drives, nullptr);
-  EXPECT_EQ(r.drives[0].type, 2u);
-  EXPECT_EQ(r.drives[2].type, 3u);
-  EXPECT_EQ(r.drives[2].totalKB, 2097152u);
-  EXPECT_EQ(r.drives[2].freeKB, 1048576u);
-  EXPECT_STREQ(r.drives[13].netName, "\\\\server\\share");
-  EXPECT_EQ(r.drives[1].type, 0u);
-  // Right-split records keep commas in their first field.
-  ASSERT_EQ(Count(r.regKeys), 1);
-  EXPECT_STREQ(r.regKeys->name, "HKEY_LOCAL_MACHINE\\Software\\A,B,C");
-  EXPECT_STREQ(r.regKeys->companion, "REG0000.OVR");
-  EXPECT_EQ(r.regKeys->first, 1024);
-  ASSERT_EQ(Count(r.dirs), 1);
-  EXPECT_STREQ(r.dirs->name, "C:\\Program Files\\My, Tool");
-  EXPECT_EQ(r.dirs->second, 3735928559u);  // a CRC above 2^31 survives
-  EXPECT_EQ(r.assets->first, 1);
-  EXPECT_EQ(r.assets->second, 28673u);
-  // REGNT: the last record's folder wins.
-  ASSERT_NE(r.regBackup, nullptr);
-  EXPECT_STREQ(r.regBackup->userName, "NT0001");
-  // FILEINFO: a non-zero mark reads as flag 2.
-  ASSERT_NE(r.files, nullptr);
-  EXPECT_STREQ(r.files->path, "C:\\WINDOWS\\WIN.INI");
-  EXPECT_STREQ(r.files->companion, "WIN0000.BSE");
-  EXPECT_EQ(r.files->flags, 2);
-  EXPECT_EQ(r.files->time, 651060909u);
-  ASSERT_EQ(Count(r.files), 3);
-  EXPECT_EQ(r.files->next->flags, 0);
-  // Split from the left, kept as it is: a comma in the path cuts it there, and the piece taken
-  // as the companion is no bare file name, so it is dropped.
-  EXPECT_STREQ(r.files->next->next->path, "C:\\a");
-  EXPECT_STREQ(r.files->next->next->companion, "");
+  // Texts for SYSINFO items 9 and 16; drive fields in the order letter, type, total, free, net
+  // name; right-split records keep commas in their first field; a CRC above 2^31 survives; the
+  // last REGNT record's folder wins; a non-zero FILEINFO mark reads as flag 2. FILEINFO is split
+  // from the left, kept as it is: a comma in the path cuts it there, and the piece taken as the
+  // companion is no bare file name, so it is dropped.
+  EXPECT_EQ(Describe(*l.rec),
+            "Before the driver update|651060909|8192\n"
+            "sys 1=5\nsys 2=1\nsys 3=65536\nsys 5=262154\nsys 9=GenuineIntel\nsys 16=Pentium II MMX\n"
+            "drive A 2 0 0 \ndrive C 3 2097152 1048576 \ndrive N 4 100 50 \\\\server\\share\n"
+            "file C:\\WINDOWS\\WIN.INI|WIN0000.BSE|2|651060909\nfile C:\\WINDOWS\\SYSTEM.INI|SYST0000.BSE|0|5\n"
+            "file C:\\a||0|1\n"
+            "reg HKEY_LOCAL_MACHINE\\Software\\A,B,C|REG0000.OVR|1024|0\n"
+            "asset C:\\Fonts\\*.TTF|AST0000.OVA|1|28673\n"
+            "dir C:\\Program Files\\My, Tool|DIR0000.OVD|1|3735928559\n"
+            "backup NT0001|0|0||0|0\n");
 }
 
 TEST(SnapshotReader, Windows9xReadsRegBackInsteadOfRegNt) {
   Loaded l;
   Load(l,
-       "FormatVersion=6\nd\n"
-       "[REGNT_START]\nHKLM\\X,NT0000\n[REGNT_END]\n"
+       "FormatVersion=6\nd\n[REGNT_START]\nHKLM\\X,NT0000\n[REGNT_END]\n"
        "[REGBACK_START]\nC:\\WINDOWS\\USER.DAT,UDAT0000.CRG,1,305419896\n"
        "C:\\WINDOWS\\SYSTEM.DAT,SDAT0000.CRG,0,0\n[REGBACK_END]\n",
        false);
   ASSERT_EQ(l.rc, 0);
-  ASSERT_NE(l.rec->regBackup, nullptr);
-  EXPECT_STREQ(l.rec->regBackup->userName, "UDAT0000.CRG");
-  EXPECT_EQ(l.rec->regBackup->userCrc, 305419896u);
-  EXPECT_STREQ(l.rec->regBackup->systemName, "SDAT0000.CRG");
-
+  EXPECT_EQ(Describe(*l.rec), "d|0|0\nbackup UDAT0000.CRG|1|305419896|SDAT0000.CRG|0|0\n");
   Loaded none;  // records naming neither data file are dropped with the backup record
   Load(none, "FormatVersion=6\nd\n[REGBACK_START]\nC:\\X.DAT,A,0,0\n[REGBACK_END]\n", false);
   EXPECT_EQ(none.rec->regBackup, nullptr);
@@ -120,40 +111,27 @@ TEST(SnapshotReader, Windows9xReadsRegBackInsteadOfRegNt) {
 // fields is a file record, the ASSETINFO one included. REGINFO has two fields before version 2,
 // DIRINFO numbers from version 3, ASSETINFO numbers count from 2; drive sizes were bytes before 4.
 TEST(SnapshotReader, VersionRulesForOldFiles) {
-  struct Row {
+  const struct {
     int version;
-    int regFirst;
-    int assetFirst;
-    uint32_t dirSecond;
-    uint32_t driveKB;
-    int files;
-  } rows[] = {{0, 0, 0, 0, 1, 2}, {1, 0, 0, 0, 1, 0}, {3, 1024, 1, 77, 1, 0}, {4, 1024, 1, 77, 1024, 0},
-              {6, 1024, 1, 77, 1024, 0}};
-  for (const Row& r : rows) {
+    const char *driveKB, *reg, *asset, *dir, *files;
+  } rows[] = {{0, "1 1", "0|0", "0|0", "0|0", "file C:\\W.INI|W0000.BSE|2|5\nfile A|AST0000.OVA|2|2\n"},
+              {1, "1 1", "0|0", "0|0", "0|0", ""},
+              {3, "1 1", "1024|0", "1|2", "1|77", ""},
+              {4, "1024 1024", "1024|0", "1|2", "1|77", ""},
+              {6, "1024 1024", "1024|0", "1|2", "1|77", ""}};
+  for (const auto& r : rows) {
     SCOPED_TRACE(r.version);
-    std::string reg = r.version <= 1 ? "HKLM\\S,REG0000.OVR\n" : "HKLM\\S,REG0000.OVR,1024,0\n";
-    std::string dir = r.version >= 3 ? "C:\\D,DIR0000.OVD,1,77\n" : "C:\\D,DIR0000.OVD\n";
     Loaded l;
     Load(l, (r.version ? "FormatVersion=" + std::to_string(r.version) + "\n" : "") +
-                "desc\n[DRIVES_START]\nc,3,1024,1024,\n[DRIVES_END]\nC:\\W.INI,W0000.BSE,1,5\n[REGINFO_START]\n" + reg +
-                "[REGINFO_END]\n[ASSETINFO_START]\nA,AST0000.OVA,1,2\n[ASSETINFO_END]\n[DIRINFO_START]\n" + dir +
-                "[DIRINFO_END]\n");
+                "desc\n[DRIVES_START]\nc,3,1024,1024,\n[DRIVES_END]\nC:\\W.INI,W0000.BSE,1,5\n[REGINFO_START]\n" +
+                (r.version <= 1 ? "HKLM\\S,REG0000.OVR\n" : "HKLM\\S,REG0000.OVR,1024,0\n") +
+                "[REGINFO_END]\n[ASSETINFO_START]\nA,AST0000.OVA,1,2\n[ASSETINFO_END]\n[DIRINFO_START]\n" +
+                (r.version >= 3 ? "C:\\D,DIR0000.OVD,1,77\n" : "C:\\D,DIR0000.OVD\n") + "[DIRINFO_END]\n");
     ASSERT_EQ(l.rc, 0);
-    EXPECT_STREQ(l.rec->description, "desc");
-    ASSERT_NE(l.rec->regKeys, nullptr);
-    EXPECT_STREQ(l.rec->regKeys->companion, "REG0000.OVR");
-    EXPECT_EQ(l.rec->regKeys->first, r.regFirst);
-    EXPECT_EQ(l.rec->assets->first, r.assetFirst);
-    ASSERT_NE(l.rec->dirs, nullptr);
-    EXPECT_STREQ(l.rec->dirs->companion, "DIR0000.OVD");
-    EXPECT_EQ(l.rec->dirs->second, r.dirSecond);
-    EXPECT_EQ(l.rec->drives[2].totalKB, r.driveKB);  // the lower-case letter is drive C
-    EXPECT_EQ(l.rec->drives[2].freeKB, r.driveKB);
-    ASSERT_EQ(Count(l.rec->files), r.files);
-    if (r.files) {
-      EXPECT_STREQ(l.rec->files->path, "C:\\W.INI");
-      EXPECT_EQ(l.rec->files->flags, 2);
-    }
+    // (The lower-case drive letter is drive C.)
+    EXPECT_EQ(Describe(*l.rec), "desc|0|0\ndrive C 3 " + std::string(r.driveKB) + " \n" + r.files +
+                                    "reg HKLM\\S|REG0000.OVR|" + r.reg + "\nasset A|AST0000.OVA|" + r.asset +
+                                    "\ndir C:\\D|DIR0000.OVD|" + r.dir + "\n");
   }
 }
 
@@ -163,9 +141,7 @@ TEST(SnapshotReader, MarkersMatchWithoutRegardToCaseButWholeLine) {
        "FormatVersion=6\nd\n[fileinfo_start]\nC:\\A.INI,A0000.BSE,0,1\n[FileInfo_End]\n"
        "[FLAGS_START] \n4\n[FLAGS_END]\n");
   ASSERT_EQ(l.rc, 0);
-  ASSERT_NE(l.rec->files, nullptr);
-  EXPECT_EQ(l.rec->files->next, nullptr);
-  EXPECT_EQ(l.rec->flags, 0);  // "[FLAGS_START] " with a blank is not a marker
+  EXPECT_EQ(Describe(*l.rec), "d|0|0\nfile C:\\A.INI|A0000.BSE|0|1\n");  // "[FLAGS_START] " is no marker
 }
 
 // None of these holds a whole record: all are dropped (overruns are left to the sanitizers).

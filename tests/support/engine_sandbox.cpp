@@ -1,4 +1,5 @@
-// RegDeleteTreeA needs the Vista headers; the engine itself stays on the XP-level API.
+// RegDeleteTreeA needs the Vista headers; the engine itself stays on the XP-level API, and the
+// tests reach it only through TestKey.
 #undef _WIN32_WINNT
 #define _WIN32_WINNT 0x0600
 #include "tests/support/engine_sandbox.h"
@@ -9,6 +10,7 @@
 
 #include "engine/context.h"
 #include "engine/locale.h"
+#include "engine/settings.h"
 #include "engine/sys.h"
 
 namespace orvalis_test {
@@ -109,6 +111,58 @@ void EngineSandbox::RemoveCompanionLibraries() {
 
 void EngineSandbox::SetOrvalis(const char* key, const char* value) {
   WritePrivateProfileStringA("ORVALIS", key, value, file("ORVALIS.INI").c_str());
+}
+
+void EngineSandbox::MakeDirs(std::initializer_list<const char*> names) const {
+  for (const char* n : names) CreateDirectoryA(file(n).c_str(), nullptr);
+}
+
+std::string EngineSandbox::Log() const { return NoCr(ReadWholeFile(file("halvern.log"))); }
+
+std::string EngineSandbox::UndoBase() const {
+  char v[MAX_PATH];
+  orvalis::ReadOrvalisString("UNDOBASE", "", v, sizeof v);
+  return v;
+}
+
+TestKey::TestKey(const char* tag) {
+  std::random_device rd;
+  path_ = std::string("Software\\OrvalisTest\\") + tag + std::to_string(rd());
+}
+
+TestKey::~TestKey() { RegDeleteTreeA(HKEY_CURRENT_USER, path_.c_str()); }
+
+std::string TestKey::Full(const std::string& sub) const { return "HKCU\\" + Sub(sub); }
+
+void TestKey::Set(const std::string& sub, const char* name, const std::string& data, DWORD type) const {
+  HKEY k;
+  if (RegCreateKeyExA(HKEY_CURRENT_USER, Sub(sub).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr) != 0)
+    return;
+  RegSetValueExA(k, name, 0, type, reinterpret_cast<const BYTE*>(data.c_str()),
+                 static_cast<DWORD>(data.size() + (type == REG_SZ ? 1 : 0)));
+  RegCloseKey(k);
+}
+
+std::string TestKey::Get(const std::string& sub, const char* name) const {
+  HKEY k;
+  if (RegOpenKeyExA(HKEY_CURRENT_USER, Sub(sub).c_str(), 0, KEY_READ, &k) != 0) return "<no key>";
+  char buf[512];
+  DWORD size = sizeof buf, type = 0;
+  const LONG rc = RegQueryValueExA(k, name, nullptr, &type, reinterpret_cast<BYTE*>(buf), &size);
+  RegCloseKey(k);
+  if (rc != 0) return "<none>";
+  return type == REG_SZ ? std::string(buf) : std::string(buf, size);
+}
+
+void TestKey::Delete(const std::string& sub, const char* name) const {
+  if (!name) {
+    RegDeleteTreeA(HKEY_CURRENT_USER, Sub(sub).c_str());
+    return;
+  }
+  HKEY k;
+  if (RegOpenKeyExA(HKEY_CURRENT_USER, Sub(sub).c_str(), 0, KEY_ALL_ACCESS, &k) != 0) return;
+  RegDeleteValueA(k, name);
+  RegCloseKey(k);
 }
 
 }  // namespace orvalis_test

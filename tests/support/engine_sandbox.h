@@ -7,6 +7,7 @@
 #pragma once
 #include <windows.h>
 
+#include <initializer_list>
 #include <string>
 
 #include "tests/support/test_support.h"
@@ -29,8 +30,11 @@ class EngineSandbox {
   const std::string& dir() const { return scratch_.path(); }
   std::string dirSlash() const { return scratch_.path() + "\\"; }
   std::string file(const std::string& name) const { return scratch_.file(name); }
-  // The key that HKEY_LOCAL_MACHINE stands for during the test (under HKEY_CURRENT_USER).
-  const std::string& hklmKey() const { return hklm_; }
+  // Creates these folders of the module folder, in order.
+  void MakeDirs(std::initializer_list<const char*> names) const;
+  // halvern.log without carriage returns, and the UNDOBASE setting.
+  std::string Log() const;
+  std::string UndoBase() const;
 
   // Puts the real calls back into the seam, except the module path that stays the sandbox's.
   // Tests use this instead of orvalis::ResetSys().
@@ -54,6 +58,28 @@ class EngineSandbox {
   std::string hklm_;
   HKEY override_ = nullptr;
   char cwd_[MAX_PATH] = "";
+};
+
+// A fresh key under HKEY_CURRENT_USER\Software\OrvalisTest, removed with its subtree afterwards.
+// Subkeys are named relative to it ("" for the key itself).
+class TestKey {
+ public:
+  explicit TestKey(const char* tag);
+  ~TestKey();
+  TestKey(const TestKey&) = delete;
+  TestKey& operator=(const TestKey&) = delete;
+  const std::string& path() const { return path_; }  // below HKEY_CURRENT_USER
+  std::string Full(const std::string& sub = "") const;  // "HKCU\\..." as a profile names it
+  // A REG_SZ text is stored with its terminator, any other type byte for byte.
+  void Set(const std::string& sub, const char* name, const std::string& data, DWORD type = REG_SZ) const;
+  // The value's data as stored (a REG_SZ up to its terminator), "<none>" or "<no key>".
+  std::string Get(const std::string& sub, const char* name) const;
+  // One value, or the subkey with everything below it when name is null.
+  void Delete(const std::string& sub, const char* name = nullptr) const;
+
+ private:
+  std::string Sub(const std::string& sub) const { return sub.empty() ? path_ : path_ + "\\" + sub; }
+  std::string path_;
 };
 
 }  // namespace orvalis_test

@@ -82,33 +82,22 @@ HGLOBAL WINAPI FGlobalFree(HGLOBAL h) {
   return g->sys.GlobalFree(h);
 }
 LPVOID WINAPI FGlobalLock(HGLOBAL h) { return Hit("GlobalLock") ? nullptr : g->sys.GlobalLock(h); }
+// A failing Win32 call answers FALSE with the error the system would give.
+BOOL Refuse(DWORD error) {
+  SetLastError(error);
+  return FALSE;
+}
 BOOL WINAPI FCopyFileA(LPCSTR a, LPCSTR b, BOOL c) {
-  if (Hit("CopyFileA")) {
-    SetLastError(ERROR_DISK_FULL);
-    return FALSE;
-  }
-  return g->sys.CopyFileA(a, b, c);
+  return Hit("CopyFileA") ? Refuse(ERROR_DISK_FULL) : g->sys.CopyFileA(a, b, c);
 }
 BOOL WINAPI FCreateDirectoryA(LPCSTR a, LPSECURITY_ATTRIBUTES s) {
-  if (Hit("CreateDirectoryA")) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-  }
-  return g->sys.CreateDirectoryA(a, s);
+  return Hit("CreateDirectoryA") ? Refuse(ERROR_ACCESS_DENIED) : g->sys.CreateDirectoryA(a, s);
 }
 BOOL WINAPI FSetFileAttributesA(LPCSTR a, DWORD v) {
-  if (Hit("SetFileAttributesA")) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-  }
-  return g->sys.SetFileAttributesA(a, v);
+  return Hit("SetFileAttributesA") ? Refuse(ERROR_ACCESS_DENIED) : g->sys.SetFileAttributesA(a, v);
 }
 BOOL WINAPI FWritePrivateProfileStringA(LPCSTR s, LPCSTR k, LPCSTR v, LPCSTR f) {
-  if (Hit("WritePrivateProfileStringA")) {
-    SetLastError(ERROR_DISK_FULL);
-    return FALSE;
-  }
-  return g->sys.WritePrivateProfileStringA(s, k, v, f);
+  return Hit("WritePrivateProfileStringA") ? Refuse(ERROR_DISK_FULL) : g->sys.WritePrivateProfileStringA(s, k, v, f);
 }
 
 }  // namespace
@@ -142,10 +131,9 @@ FaultPlan::~FaultPlan() {
 }
 
 const std::vector<std::string>& FaultPlan::Entries() {
-  static const std::vector<std::string> entries = {
-      "fopen",     "fclose",    "rename",           "calloc",
-      "GlobalAlloc", "GlobalLock", "CopyFileA",     "CreateDirectoryA",
-      "SetFileAttributesA", "WritePrivateProfileStringA"};
+  static const std::vector<std::string> entries = {"fopen",      "fclose",    "rename",           "calloc",
+                                                   "GlobalAlloc", "GlobalLock", "CopyFileA",        "CreateDirectoryA",
+                                                   "SetFileAttributesA", "WritePrivateProfileStringA"};
   return entries;
 }
 

@@ -73,4 +73,9 @@ std::vector<std::string> ListDir(const std::string& path) {
   return names;
 }
 
+std::string NoCr(std::string text) {
+  std::erase(text, '\r');
+  return text;
+}
+
 }  // namespace orvalis_test

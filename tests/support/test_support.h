@@ -27,5 +27,6 @@ bool WriteWholeFile(const std::string& path, const std::string& data);
 bool FileExists(const std::string& path);
 std::vector<std::string> ListDir(const std::string& path);  // names, no "." entries
 char PathSep();
+std::string NoCr(std::string text);  // the text with every carriage return removed
 
 }  // namespace orvalis_test

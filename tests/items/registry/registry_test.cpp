@@ -1,13 +1,10 @@
 // Registry keys in snapshots under Wine, against the real registry: the capture stages on both
 // platform paths (this binary runs once as NT and once in an exe Wine reports Windows 98 to), and
 // the REGKEYXML documents.
-#undef _WIN32_WINNT
-#define _WIN32_WINNT 0x0600  // RegDeleteTreeA
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "engine/sys.h"
@@ -18,43 +15,31 @@ using namespace orvalis;
 using orvalis_test::EngineSandbox;
 using orvalis_test::FileExists;
 using orvalis_test::ReadWholeFile;
+using orvalis_test::TestKey;
 using orvalis_test::WriteWholeFile;
 
 namespace {
 
 bool Windows9x() { return (GetVersion() & 0x80000000u) != 0; }
 
-BOOL WINAPI CopyFailsForUserDat(LPCSTR from, LPCSTR to, BOOL failIfExists) {
-  if (std::string(from).find("USER.DAT") != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
-  return CopyFileA(from, to, failIfExists);
-}
-BOOL WINAPI CopyFailsForSystemDat(LPCSTR from, LPCSTR to, BOOL failIfExists) {
-  if (std::string(from).find("SYSTEM.DAT") != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
+const char* g_failCopyOf;
+BOOL WINAPI CopyFailsFor(LPCSTR from, LPCSTR to, BOOL failIfExists) {
+  if (std::string(from).find(g_failCopyOf) != std::string::npos) return SetLastError(ERROR_DISK_FULL), FALSE;
   return CopyFileA(from, to, failIfExists);
 }
 
 class Registry : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::random_device rd;
-    root_ = "Software\\OrvalisTest\\reg" + std::to_string(rd());
-    CreateDirectoryA(box_.file("NIMBRA").c_str(), nullptr);
-    CreateDirectoryA(box_.file("windows").c_str(), nullptr);
+    box_.MakeDirs({"NIMBRA", "windows"});
     WriteWholeFile(box_.file("windows\\USER.DAT"), "user hive");
     WriteWholeFile(box_.file("windows\\SYSTEM.DAT"), "system hive");
     box_.SetWindowsFolder(box_.file("windows"));
-    Set("A", "v", "1");
-    Set("C", "v", "3");
-    Set("C\\Deeper", "", "default value");
+    root_.Set("A", "v", "1");
+    root_.Set("C", "v", "3");
+    root_.Set("C\\Deeper", "", "default value");
   }
-  void TearDown() override { RegDeleteTreeA(HKEY_CURRENT_USER, root_.c_str()); }
-  void Set(const std::string& sub, const char* name, const std::string& text) {
-    HKEY k;
-    RegCreateKeyExA(HKEY_CURRENT_USER, (root_ + "\\" + sub).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr);
-    RegSetValueExA(k, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), static_cast<DWORD>(text.size() + 1));
-    RegCloseKey(k);
-  }
-  std::string Key(const char* sub) { return "HKCU\\" + root_ + "\\" + sub; }
+  std::string Key(const char* sub) { return root_.Full(sub); }
   // A profile watching the given keys, and a snapshot of it; the index file's text ("" if none).
   std::string Snap(const std::string& keys) {
     WriteWholeFile(box_.file("R.GCF"), "keys\n[GROUPREGKEYS_START]\n" + keys + "[GROUPREGKEYS_END]\n");
@@ -69,7 +54,7 @@ class Registry : public ::testing::Test {
     return index.substr(a + start.size(), index.find("[" + name + "_END]") - a - start.size());
   }
   EngineSandbox box_;
-  std::string root_;
+  TestKey root_{"reg"};
 };
 
 TEST_F(Registry, CaptureStagesAsEachPlatformHasThem) {
@@ -104,11 +89,12 @@ TEST_F(Registry, Windows98RegistryCopies) {
   EXPECT_EQ(Section(Snap(Key("A") + "\n"), "REGBACK"), "<none>");
   box_.SetOrvalis("SaveRegistryData", "1");
   box_.SetOrvalis("CompressRegistryData", "0");
-  Sys().CopyFileA = CopyFailsForUserDat;  // the USER half alone failing keeps the snapshot
+  Sys().CopyFileA = CopyFailsFor;
+  g_failCopyOf = "USER.DAT";  // the USER half alone failing keeps the snapshot
   std::string index = Snap(Key("A") + "\n");
   EXPECT_EQ(Section(index, "REGBACK").find("USER.DAT"), std::string::npos);
   EXPECT_NE(Section(index, "REGBACK").find("SYSTEM.DAT,SDAT0000.CRG,0,0"), std::string::npos) << index;
-  Sys().CopyFileA = CopyFailsForSystemDat;  // the SYSTEM half failing discards it
+  g_failCopyOf = "SYSTEM.DAT";  // the SYSTEM half failing discards it
   EXPECT_EQ(Snap(Key("A") + "\n"), "");
 }
 
@@ -130,7 +116,7 @@ TEST_F(Registry, Documents) {
                 "    <REGVAL>\r\n     <FNAME><![CDATA[v]]></FNAME>\r\n     <CHGFLAG flag=\"X\"/>\r\n"
                 "     <DATATYPE type=\"sz\"/>\r\n     <DATA><![CDATA[3]]></DATA>\r\n    </REGVAL>\r\n  </REGTREE>\r\n"));
   // Against the live key: only the change, older then newer; the unchanged subkey is left out.
-  Set("C", "v", "]]>");
+  root_.Set("C", "v", "]]>");
   ASSERT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, key.c_str(), out.c_str(), 1), 0u);
   const std::string live = ReadWholeFile(out);
   EXPECT_EQ(live.find("Deeper"), std::string::npos) << live;
