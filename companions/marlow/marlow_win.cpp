@@ -13,6 +13,7 @@
 #include "companions/marlow/marlow_win.h"
 #include "companions/marlow/regdump.h"
 #include "companions/marlow/regtree.h"
+#include "companions/marlow/winesave.h"
 #include "compress/crc32.h"
 
 namespace marlow {
@@ -197,11 +198,306 @@ std::string CurrentUserSid() {
   return same ? sid : std::string();
 }
 
+// ---- the platform's bulk save -------------------------------------------------------------------
+//
+// A walk costs a round trip to the wine server for every key opened, queried and closed and for
+// every value; RegSaveKey hands over a whole root in one. The save leaves out volatile keys (and
+// everything below them): they show in the counts the server gives per key through its parent
+// (NtEnumerateKey with KeyFullInformation: the subkey's own subkey and value counts), and
+// wherever the live counts differ from the save's, that subtree is walked instead. That costs
+// one round trip a key and two a key with subkeys, against the walk's three and more a key plus
+// one a value. A symbolic link leads somewhere else: the key it opens is asked for its name and
+// taken from the save by that name (walked when the save does not hold it, as for a target in
+// another root).
+//
+// Only Wine's own text format is read (real Windows writes its binary hive format, which takes
+// the walk). A 32-bit process under WOW64 opens some keys in their 32-bit view: the key's
+// Wow6432Node subkey stands in for it. Such a process asks the server the name of every key it
+// opens, and takes that key's part of the save in the same way.
+
+struct KeyFullInfo {  // KEY_FULL_INFORMATION without its trailing class name
+  LARGE_INTEGER lastWrite;
+  ULONG titleIndex, classOffset, classLength, subKeys, maxNameLength, maxClassLength, values, maxValueNameLength,
+      maxValueDataLength;
+};
+constexpr ULONG kKeyFullInfoFixed = 44;  // the server's length of the above (no tail padding)
+constexpr int kKeyNameInformation = 3, kKeyFullInformation = 2;
+
+struct BulkSaveCalls {
+  LONG(WINAPI* enumerate)(HANDLE, ULONG, int, void*, ULONG, ULONG*) = nullptr;
+  LONG(WINAPI* query)(HANDLE, int, void*, ULONG, ULONG*) = nullptr;
+  bool wow64 = false;
+};
+
+// Null members where the bulk save is not to be used.
+const BulkSaveCalls& BulkSave() {
+  static const BulkSaveCalls calls = [] {
+    BulkSaveCalls c;
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    if (!ntdll || !GetProcAddress(ntdll, "wine_get_version")) return c;  // Wine's save format only
+    using IsWow64Fn = BOOL(WINAPI*)(HANDLE, PBOOL);
+    auto isWow64 = reinterpret_cast<IsWow64Fn>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "IsWow64Process")));
+    BOOL wow64 = FALSE;
+    c.wow64 = isWow64 && isWow64(GetCurrentProcess(), &wow64) && wow64;
+    c.enumerate = reinterpret_cast<decltype(c.enumerate)>(reinterpret_cast<void*>(GetProcAddress(ntdll, "NtEnumerateKey")));
+    c.query = reinterpret_cast<decltype(c.query)>(reinterpret_cast<void*>(GetProcAddress(ntdll, "NtQueryKey")));
+    if (!c.query) c.enumerate = nullptr;
+    return c;
+  }();
+  return calls;
+}
+
+// The key's full name as the server knows it ("\REGISTRY\MACHINE\...").
+bool KeyName(HKEY h, std::vector<unsigned char>* buf, std::u16string* out) {
+  ULONG got = 0;
+  LONG st = BulkSave().query(h, kKeyNameInformation, buf->data(), ULONG(buf->size()), &got);
+  ULONG bytes = 0;
+  if (st != 0 || got < 4) return false;
+  std::memcpy(&bytes, buf->data(), 4);
+  if (bytes > got - 4) return false;
+  out->assign(bytes / 2, u'\0');
+  std::memcpy(out->data(), buf->data() + 4, bytes / 2 * 2);
+  return true;
+}
+
+bool Utf16NamesEqual(const char16_t* a, size_t an, const char16_t* b, size_t bn) {
+  auto upper = [](char16_t c) { return c >= u'a' && c <= u'z' ? char16_t(c - 32) : c; };
+  if (an != bn) return false;
+  for (size_t i = 0; i < an; ++i)
+    if (upper(a[i]) != upper(b[i])) return false;
+  return true;
+}
+
+// The key of the save whose full name is `name`, given the saved key's own; -1 when the save has
+// none.
+int64_t FindSaved(const SavedBranch& b, const std::u16string& top, const std::u16string& name) {
+  if (top.empty() || name.size() < top.size() || !Utf16NamesEqual(name.data(), top.size(), top.data(), top.size())) return -1;
+  uint32_t k = 0;
+  for (size_t at = top.size(); at < name.size();) {
+    if (name[at] != u'\\') return -1;
+    size_t end = name.find(u'\\', at + 1);
+    if (end == std::u16string::npos) end = name.size();
+    int64_t next = -1;
+    for (uint32_t c : b.keys[k].children)
+      if (Utf16NamesEqual(&b.names[b.keys[c].name], b.keys[c].nameLength, name.data() + at + 1, end - at - 1)) next = c;
+    if (next < 0) return -1;
+    k = uint32_t(next);
+    at = end;
+  }
+  return k;
+}
+
+// The save needs the backup privilege; it is held only while the dump runs.
+class BackupPrivilege {
+ public:
+  BackupPrivilege() {
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token_)) {
+      token_ = nullptr;
+      return;
+    }
+    TOKEN_PRIVILEGES tp{};
+    tp.PrivilegeCount = 1;
+    tp.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+    DWORD len = sizeof old_;
+    if (LookupPrivilegeValueA(nullptr, "SeBackupPrivilege", &tp.Privileges[0].Luid) &&
+        AdjustTokenPrivileges(token_, FALSE, &tp, sizeof old_, &old_, &len) && GetLastError() == ERROR_SUCCESS)
+      held_ = true;
+  }
+  ~BackupPrivilege() {
+    if (held_ && old_.PrivilegeCount) AdjustTokenPrivileges(token_, FALSE, &old_, 0, nullptr, nullptr);
+    if (token_) CloseHandle(token_);
+  }
+  bool held() const { return held_; }
+  BackupPrivilege(const BackupPrivilege&) = delete;
+  BackupPrivilege& operator=(const BackupPrivilege&) = delete;
+
+ private:
+  HANDLE token_ = nullptr;
+  TOKEN_PRIVILEGES old_{};
+  bool held_ = false;
+};
+
+// Saves the key behind h to a temporary file and reads it back. False when the save is refused
+// or is not Wine's format.
+bool SaveBranch(HKEY h, SavedBranch* out) {
+  char dir[MAX_PATH], file[MAX_PATH];
+  DWORD n = GetTempPathA(MAX_PATH, dir);
+  if (!n || n >= MAX_PATH || !GetTempFileNameA(dir, "mrl", 0, file)) return false;
+  DeleteFileA(file);  // the save will not write over a file
+  bool ok = false;
+  if (RegSaveKeyA(h, file, nullptr) == ERROR_SUCCESS) {
+    std::string text;
+    if (std::FILE* f = std::fopen(file, "rb")) {
+      char buf[65536];
+      size_t got;
+      while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
+      ok = !std::ferror(f);
+      std::fclose(f);
+    }
+    ok = ok && ParseWineSave(text, out);
+  }
+  DeleteFileA(file);
+  return ok;
+}
+
+// UTF-16 from the save to the ANSI form the A calls of the walk return. False when a character
+// has no ANSI form: a key of that name cannot be opened by it, so the walk must meet it as it is.
+bool ToAnsi(const void* utf16, size_t units, std::string* out) {
+  out->clear();
+  if (!units) return true;
+  std::u16string w(units, 0);
+  std::memcpy(w.data(), utf16, units * 2);
+  const auto* src = reinterpret_cast<LPCWCH>(w.data());
+  BOOL lossy = FALSE;
+  BOOL* probe = GetACP() == CP_UTF8 ? nullptr : &lossy;  // the UTF-8 code page refuses the probe
+  int len = WideCharToMultiByte(CP_ACP, 0, src, int(units), nullptr, 0, nullptr, probe);
+  out->resize(size_t(len > 0 ? len : 0));
+  if (len > 0) WideCharToMultiByte(CP_ACP, 0, src, int(units), out->data(), len, nullptr, nullptr);
+  return len > 0 && !lossy;
+}
+
 struct DumpWalk {
   DumpWriter* writer;
   KeyScan scan;
   std::string userSid;  // non-empty while walking HKEY_USERS
   RecordBuilder rec;
+  std::vector<unsigned char> info = std::vector<unsigned char>(1024);  // one subkey's counts at a time
+  std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);  // one key's full name
+  std::u16string top = {};  // the full name of the saved key
+
+  bool IsUserAlias(int depth, const std::string& name) const {
+    return depth == 0 && !userSid.empty() && NamesEqual(name.data(), name.size(), userSid.data(), userSid.size());
+  }
+
+  // Writes key k of a save in post-order. h is the live key and liveSubkeys its subkey count
+  // (h is null when k has no subkeys on either side, so that nothing below needs the server);
+  // real is its full name under WOW64, else null.
+  uint64_t WriteSaved(const SavedBranch& b, uint32_t k, HKEY h, DWORD liveSubkeys, int depth,
+                      const std::u16string* real) {
+    uint64_t start = writer->Position();
+    const SavedKey& key = b.keys[k];
+    std::vector<std::string> names;
+    std::vector<uint64_t> targets;
+    if (h && liveSubkeys && depth + 1 <= kMaxDepth) {
+      // saved[j]: the save's subkey at live index j, or -1 for one the save left out or whose name
+      // has no ANSI form.
+      std::vector<int64_t> saved(liveSubkeys, -1);
+      if (liveSubkeys == key.children.size()) {
+        names.resize(liveSubkeys);
+        for (size_t j = 0; j < liveSubkeys; ++j) {
+          const SavedKey& child = b.keys[key.children[j]];
+          if (ToAnsi(&b.names[child.name], child.nameLength, &names[j])) saved[j] = key.children[j];
+        }
+      } else {
+        // Volatile subkeys among them: the live names, matched to the save's in their common order.
+        scan.Subkeys(h, liveSubkeys, &names);
+        saved.assign(names.size(), -1);
+        std::string savedName;
+        size_t c = 0;
+        for (size_t j = 0; j < names.size() && c < key.children.size(); ++j) {
+          for (size_t probe = c; probe < key.children.size(); ++probe) {
+            const SavedKey& child = b.keys[key.children[probe]];
+            if (ToAnsi(&b.names[child.name], child.nameLength, &savedName) &&
+                NamesEqual(savedName.data(), savedName.size(), names[j].data(), names[j].size())) {
+              saved[j] = key.children[probe];
+              c = probe + 1;
+              break;
+            }
+          }
+        }
+      }
+      auto enumerate = BulkSave().enumerate;
+      targets.resize(names.size());
+      for (size_t j = 0; j < names.size(); ++j) {
+        if (IsUserAlias(depth, names[j])) {
+          targets[j] = kAliasBit | kRootHkcu;
+          continue;
+        }
+        const SavedKey* child = saved[j] >= 0 ? &b.keys[size_t(saved[j])] : nullptr;
+        ULONG got = 0;
+        LONG st = child ? enumerate(h, ULONG(j), kKeyFullInformation, info.data(), ULONG(info.size()), &got) : -1;
+        KeyFullInfo live{};
+        std::memcpy(&live, info.data(), sizeof live);
+        // 0x80000005: the class name did not fit; the counts did. Values that differ are walked;
+        // a link is looked up by the name of the key it leads to.
+        bool asSaved = child && (st == 0 || st == LONG(0x80000005)) && got >= kKeyFullInfoFixed &&
+                       (child->link || live.values == child->valueCount);
+        if (asSaved && !child->link && !live.subKeys && child->children.empty()) {
+          targets[j] = WriteSaved(b, uint32_t(saved[j]), nullptr, 0, depth + 1, nullptr);
+          continue;
+        }
+        HKEY hs;
+        if (RegOpenKeyExA(h, names[j].c_str(), 0, KEY_READ, &hs) == ERROR_SUCCESS) {
+          targets[j] = !asSaved                  ? Walk(hs, depth + 1)
+                       : real || child->link ? WriteOpened(b, uint32_t(saved[j]), hs, live.subKeys, depth + 1, real)
+                                             : WriteSaved(b, uint32_t(saved[j]), hs, live.subKeys, depth + 1, nullptr);
+          RegCloseKey(hs);
+        } else {
+          rec.Clear();  // unreadable: an empty key, as the walk records it
+          targets[j] = writer->WriteRecord(writer->Position(), rec);
+        }
+      }
+    }
+    rec.Clear();
+    for (size_t i = 0; i < names.size(); ++i) rec.AddChild(names[i].data(), names[i].size(), targets[i]);
+    std::string name, text;
+    for (uint32_t v = key.firstValue; v < key.firstValue + key.valueCount; ++v) {
+      const SavedValue& sv = b.values[v];
+      ToAnsi(&b.names[sv.name], sv.nameLength, &name);
+      const char* data = b.data.data() + sv.data;
+      uint32_t length = sv.dataLength;
+      if (sv.type == REG_SZ || sv.type == REG_EXPAND_SZ || sv.type == REG_MULTI_SZ) {
+        ToAnsi(data, length / 2, &text);
+        data = text.data();
+        length = static_cast<uint32_t>(text.size());
+      }
+      rec.AddValue(sv.nameLength ? name.data() : nullptr, name.size(), sv.type, data, length);
+    }
+    return writer->WriteRecord(start, rec);
+  }
+
+  // Subkey c of the save, opened as hs, when the key opened may be another: a link leads to its
+  // target, and under WOW64 (parent, the full name of the key above, is given only then) the
+  // 32-bit view may open a Wow6432Node in the key's place. The key the server names is looked up
+  // in the save and written from there, or walked when the save does not hold it.
+  uint64_t WriteOpened(const SavedBranch& b, uint32_t c, HKEY hs, DWORD liveSubkeys, int depth,
+                       const std::u16string* parent) {
+    std::u16string real;
+    if (!KeyName(hs, &nameInfo, &real)) return Walk(hs, depth);
+    if (parent && !b.keys[c].link) {
+      std::u16string expected = *parent + u'\\';
+      expected.append(&b.names[b.keys[c].name], b.keys[c].nameLength);
+      if (real == expected) return WriteSaved(b, c, hs, liveSubkeys, depth, &real);
+    }
+    int64_t other = FindSaved(b, top, real);
+    KeyInfo info;
+    if (other < 0 || b.keys[size_t(other)].link || !QueryKey(hs, &info) ||
+        info.values != b.keys[size_t(other)].valueCount)
+      return Walk(hs, depth);
+    return WriteSaved(b, uint32_t(other), hs, info.subkeys, depth, parent ? &real : nullptr);
+  }
+
+  // One root, from the platform's save where it can be had and trusted, else by the walk.
+  uint64_t Root(HKEY root) {
+    // Opening a root returns its pseudo handle, which the server's own calls refuse; "creating"
+    // it gives a real one. Under WOW64 that would take the 32-bit view of the root key itself
+    // (HKCR's Wow6432Node), where the pseudo handle stands for the key: the 64-bit access asks
+    // for the key, and the counts confirm it is the one the walk would read.
+    HKEY h;
+    KeyInfo info, expected;
+    if (!BulkSave().enumerate || !QueryKey(root, &expected) ||
+        RegCreateKeyExA(root, "", 0, nullptr, 0, KEY_READ | (BulkSave().wow64 ? KEY_WOW64_64KEY : 0), nullptr, &h,
+                        nullptr) != ERROR_SUCCESS)
+      return Walk(root, 0);
+    SavedBranch saved;
+    bool bulk = QueryKey(h, &info) && info.subkeys == expected.subkeys && info.values == expected.values &&
+                KeyName(h, &nameInfo, &top) && SaveBranch(h, &saved) && info.values == saved.keys[0].valueCount &&
+                !saved.keys[0].link;
+    uint64_t at = bulk ? WriteSaved(saved, 0, h, info.subkeys, 0, BulkSave().wow64 ? &top : nullptr) : Walk(root, 0);
+    RegCloseKey(h);
+    return at;
+  }
 
   // Writes the subtree below h in post-order and returns its record's offset.
   uint64_t Walk(HKEY h, int depth) {
@@ -212,7 +508,7 @@ struct DumpWalk {
     if (info.subkeys && depth + 1 <= kMaxDepth) scan.Subkeys(h, info.subkeys, &names);
     std::vector<uint64_t> targets(names.size());
     for (size_t i = 0; i < names.size(); ++i) {
-      if (depth == 0 && !userSid.empty() && NamesEqual(names[i].data(), names[i].size(), userSid.data(), userSid.size())) {
+      if (IsUserAlias(depth, names[i])) {
         targets[i] = kAliasBit | kRootHkcu;
         continue;
       }
@@ -362,6 +658,7 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
   int r = writer.Open(path, compression);
   if (r) return r;
   DumpWalk walk{&writer, {}, {}, {}};
+  BackupPrivilege backup;
   std::string sid = CurrentUserSid();
   bool haveHkcu = false;
   for (int i = 0; i < rootCount; ++i) {
@@ -369,7 +666,7 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
     if (RegOpenKeyExA(RootKey(roots[i]), nullptr, 0, KEY_READ, &h) != ERROR_SUCCESS) continue;
     if (roots[i] == kRootHkcu) haveHkcu = true;
     walk.userSid = roots[i] == kRootHku && haveHkcu ? sid : std::string();
-    writer.SetRoot(static_cast<uint32_t>(roots[i]), walk.Walk(h, 0));
+    writer.SetRoot(static_cast<uint32_t>(roots[i]), backup.held() ? walk.Root(h) : walk.Walk(h, 0));
     RegCloseKey(h);
     if (writer.error()) break;
   }
