@@ -617,7 +617,9 @@ std::string SaveName(const std::string& folder, const std::string& canonical, in
 }
 
 // The save of `canonical` in folder: its path, or the first free name when there is none yet.
-bool FindSave(const std::string& folder, const std::string& canonical, std::string* path, bool* exists) {
+// `damaged` tells whether a file met on the way could not be read (it may be this key's save).
+bool FindSave(const std::string& folder, const std::string& canonical, std::string* path, bool* exists,
+              bool* damaged = nullptr) {
   for (int probe = 0; probe < 64; ++probe) {
     *path = SaveName(folder, canonical, probe);
     if (GetFileAttributesA(path->c_str()) == INVALID_FILE_ATTRIBUTES) {
@@ -625,10 +627,12 @@ bool FindSave(const std::string& folder, const std::string& canonical, std::stri
       return true;
     }
     DumpReader reader;
-    if (reader.Open(*path) == kDumpOk && reader.label() == canonical) {
+    int r = reader.Open(*path);
+    if (r == kDumpOk && reader.label() == canonical) {
       *exists = true;
       return true;
     }
+    if (r != kDumpOk && damaged) *damaged = true;
   }
   return false;
 }
@@ -688,7 +692,8 @@ int UpdateLive(const ChangeNode* tree) {
   if (!tree || !(tree->flags & kKindKey) || !tree->data) return ERROR_INVALID_PARAMETER;
   KeyPath kp;
   if (!ParseKeyPath(static_cast<const char*>(tree->data), &kp)) return ERROR_INVALID_PARAMETER;
-  if (!(tree->flags & (kChangeAny | kChangeBelow))) return ERROR_SUCCESS;
+  // Opened with create even when nothing below is flagged: the first side has the key, so a
+  // live one deleted since (an empty key compares equal to the missing one) comes back.
   HoldProcessor hold;
   HKEY h;
   LONG r = OpenPath(RootKey(kp.root), kp.rest, KEY_READ | KEY_WRITE, true, &h);
@@ -735,8 +740,9 @@ int RestoreKey(const char* keyPath, const char* folder) {
   KeyPath kp;
   if (!keyPath || !folder || !ParseKeyPath(keyPath, &kp)) return ERROR_INVALID_PARAMETER;
   std::string path;
-  bool exists = false;
-  if (!FindSave(folder, kp.Canonical(), &path, &exists) || !exists) return ERROR_FILE_NOT_FOUND;
+  bool exists = false, damaged = false;
+  if (!FindSave(folder, kp.Canonical(), &path, &exists, &damaged) || !exists)
+    return damaged ? ERROR_INVALID_DATA : ERROR_FILE_NOT_FOUND;
   DumpReader reader;
   int r = reader.Open(path);
   if (r) return r == kDumpNoFile ? ERROR_FILE_NOT_FOUND : r;
@@ -747,7 +753,6 @@ int RestoreKey(const char* keyPath, const char* folder) {
   r = ReadLiveKey(keyPath, &live);
   if (r == ERROR_SUCCESS || r == ERROR_PATH_NOT_FOUND) {
     CompareTrees(saved, live);
-    if (r == ERROR_PATH_NOT_FOUND) saved->flags |= kChangeBelow;  // the key itself must come back
     r = UpdateLive(saved);
   }
   FreeTree(live);
