@@ -127,6 +127,25 @@ size_t CountKeys(const ChangeNode* k) {
   return n;
 }
 
+// The first few marked nodes with their paths, so that a difference can be found.
+void PrintMarked(const ChangeNode* k, const std::string& path, int* budget) {
+  for (const ChangeNode* v = k->values; v && *budget > 0; v = v->next)
+    if (v->flags & kChangeAny) {
+      --*budget;
+      std::printf("  %s : value \"%s\" flags %04x type %u length %u\n", path.c_str(), v->name ? v->name : "", v->flags,
+                  v->type, v->length);
+    }
+  for (const ChangeNode* c = k->children; c && *budget > 0; c = c->next) {
+    std::string p = path + "\\" + (c->name ? c->name : "");
+    if (c->flags & kChangeAny) {
+      --*budget;
+      std::printf("  %s : key flags %04x\n", p.c_str(), c->flags);
+    } else if (c->flags & kChangeBelow) {
+      PrintMarked(c, p, budget);
+    }
+  }
+}
+
 template <class F>
 F Proc(HMODULE dll, const char* name) {
   return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll, name)));
@@ -276,6 +295,8 @@ int main(int argc, char** argv) {
     if (ra == 0 && rb == 0) compare(&a, b, &diff);
     std::printf("dump against live walk, %-4s: %zu nodes, %s\n", root, nodes,
                 ra || rb ? "could not be read" : diff ? "DIFFERENT" : "equal");
+    int budget = 10;
+    if (diff && a) PrintMarked(a, root, &budget);
     freeTree(a);
     freeTree(b);
   }
