@@ -14,3 +14,16 @@ add_test(NAME marlow_dump_fuzzer
          COMMAND sh -c "rm -rf ${scratch} && mkdir -p ${scratch} && cp ${CMAKE_CURRENT_LIST_DIR}/corpus/marlowdump/* ${scratch}/ && \
 $<TARGET_FILE:marlow_dump_fuzzer> -max_total_time=20 -max_len=16384 -timeout=10 ${scratch}")
 set_tests_properties(marlow_dump_fuzzer PROPERTIES TIMEOUT 120)
+
+# The reader of Wine's own registry save text.
+add_executable(marlow_save_fuzzer ${CMAKE_CURRENT_LIST_DIR}/marlow_save_fuzzer.cpp
+  ${CMAKE_SOURCE_DIR}/companions/marlow/winesave.cpp)
+target_include_directories(marlow_save_fuzzer PRIVATE ${CMAKE_SOURCE_DIR})
+target_compile_options(marlow_save_fuzzer PRIVATE ${ORVALIS_WARNINGS} -g -fsanitize=fuzzer,address,undefined
+                       -fno-sanitize-recover=all)
+target_link_options(marlow_save_fuzzer PRIVATE -fsanitize=fuzzer,address,undefined)
+set(scratch ${CMAKE_CURRENT_BINARY_DIR}/scratch-corpus/marlow_save_fuzzer)
+add_test(NAME marlow_save_fuzzer
+         COMMAND sh -c "rm -rf ${scratch} && mkdir -p ${scratch} && cp ${CMAKE_CURRENT_LIST_DIR}/corpus/marlowsave/* ${scratch}/ && \
+$<TARGET_FILE:marlow_save_fuzzer> -max_total_time=20 -max_len=16384 -timeout=10 ${scratch}")
+set_tests_properties(marlow_save_fuzzer PROPERTIES TIMEOUT 120)

@@ -226,7 +226,7 @@ class Parser {
         if (hi < 0 || lo < 0) return false;
         b_->data.push_back(static_cast<char>(hi * 16 + lo));
         i += 2;
-        if (i < rest.size() && rest[i++] != ',') return false;
+        if (i < rest.size() && (rest[i++] != ',' || i == rest.size())) return false;  // a comma needs a byte after it
       }
     } else {
       return false;
