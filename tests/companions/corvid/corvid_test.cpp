@@ -217,13 +217,9 @@ TEST_F(Corvid, CaptureRecordsWhatTheAssetMatches) {
   }
 }
 
-// A folder with contents kept (0x3000) and without (0x1000), changed in every way, compared as two
-// snapshots and as a snapshot and the live folder: with the contents kept files compare by their
-// CRC-32 too, and names match without regard to case. The snapshot without contents lists nothing
-// to restore and touches nothing (deleting what was added while leaving what was removed would be
-// half a restore); the one with contents brings the folder back byte for byte, with times and
-// attributes, and deletes what was not there. Then the folder is removed whole: the live side
-// answers 3, its tree still compares (everything removed), and the restore brings it all back.
+// Compared with contents (0x3000: by CRC-32 too, names without regard to case) as two snapshots and
+// against the live folder. Without contents (0x1000) nothing is restored: half a restore is worse.
+// With them the folder comes back byte for byte with times and attributes, also when removed whole.
 TEST_F(Corvid, ComparisonAndRestoreOfAChangedOrRemovedFolder) {
   const Lines files = {"plain.txt", "ro.txt", "empty.txt", "time.txt", "Case.TXT", "sub\\deep.bin", "sub\\deeper\\z.txt"};
   std::string text;
