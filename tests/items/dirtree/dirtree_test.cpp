@@ -51,6 +51,12 @@ std::string Dump(const DirNode* d, bool marks = true, bool sizes = false) {
   for (const DirNode* s = d->files; s; s = s->next) out += Dump(s, marks, sizes);
   return out;
 }
+// Lines of Dump below root: each row is appended to root.
+std::string Under(const std::string& root, std::initializer_list<const char*> rows) {
+  std::string out;
+  for (const char* r : rows) out += root + r + "\n";
+  return out;
+}
 
 class DirTrees : public ::testing::Test {
  protected:
@@ -77,9 +83,8 @@ class DirTrees : public ::testing::Test {
 TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesAndReadsBackEqual) {
   DirNode* live = CaptureDirectory((root_ + "\\").c_str());  // a trailing backslash changes nothing
   ASSERT_NE(live, nullptr);
-  EXPECT_EQ(Dump(live, false), root_ + "\\\n" + root_ + "\\a\n" + root_ + "\\a\\b\n" + root_ + "\\a\\b\\c\n" + root_ +
-                                   "\\a\\b\\c\\deep.ini\n" + root_ + "\\a\\one.dll\n" + root_ + "\\top.txt\n" + root_ +
-                                   "\\with, comma.txt\n");
+  EXPECT_EQ(Dump(live, false), Under(root_, {"\\", "\\a", "\\a\\b", "\\a\\b\\c", "\\a\\b\\c\\deep.ini", "\\a\\one.dll",
+                                             "\\top.txt", "\\with, comma.txt"}));
   for (int compress : {0, 1}) {
     uint32_t crc = 7;
     const std::string listing = box_.file("NIMBRA\\L.OVD");
@@ -126,8 +131,17 @@ TEST_F(DirTrees, ThousandsOfFilesAndPathsNearTheLimit) {
 }
 
 struct Compared {
-  DirCompareRecord rec{};
+  Compared(uint16_t flags, const std::string& older = "", const std::string& newer = "", const std::string& path = "") {
+    rec.flags = flags;
+    rec.olderCompressed = !older.empty();
+    lstrcpynA(rec.path, path.c_str(), MAX_PATH);
+    lstrcpynA(rec.olderListing, older.c_str(), MAX_PATH);
+    lstrcpynA(rec.newerListing, newer.c_str(), MAX_PATH);
+    result = CompareDirectory(&rec, nullptr);
+  }
   ~Compared() { FreeDirTree(rec.tree); }
+  DirCompareRecord rec{};
+  int result;
 };
 
 // A file deep down gets a new time (same size), one is removed, one added, a folder is added, and one
@@ -140,35 +154,23 @@ TEST_F(DirTrees, ComparisonWithTheLiveDiskAndWithASecondListing) {
   WriteWholeFile(root_ + "\\new.txt", "new");
   MoveFileA((root_ + "\\top.txt").c_str(), (root_ + "\\TOP.TXT").c_str());
   MakeDir(root_ + "\\added");
-  const std::string r = root_;
-  const std::string expected = r + "\\ B\n" + r + "\\a B\n" + r + "\\a\\b B\n" + r + "\\a\\b\\c B\n" + r +
-                               "\\a\\b\\c\\deep.ini F\n" + r + "\\a\\b\\c\\deep.ini T\n" + r + "\\a\\one.dll O\n" + r +
-                               "\\added N\n" + r + "\\new.txt N\n" + r + "\\top.txt -\n" + r + "\\with, comma.txt -\n";
   for (const std::string& newer : {std::string(), Listing("NIMBRA\\NEW.OVD", 0)}) {
-    Compared c;
-    c.rec.flags = 0xC0;
-    lstrcpynA(c.rec.path, root_.c_str(), MAX_PATH);
-    lstrcpynA(c.rec.olderListing, older.c_str(), MAX_PATH);
-    lstrcpynA(c.rec.newerListing, newer.c_str(), MAX_PATH);
-    c.rec.olderCompressed = 1;
-    ASSERT_EQ(CompareDirectory(&c.rec, nullptr), 1);
-    EXPECT_EQ(Dump(c.rec.tree), expected);
+    Compared c(0xC0, older, newer, root_);
+    ASSERT_EQ(c.result, 1);
+    EXPECT_EQ(Dump(c.rec.tree), Under(root_, {"\\ B", "\\a B", "\\a\\b B", "\\a\\b\\c B", "\\a\\b\\c\\deep.ini F",
+                                              "\\a\\b\\c\\deep.ini T", "\\a\\one.dll O", "\\added N", "\\new.txt N",
+                                              "\\top.txt -", "\\with, comma.txt -"}));
   }
   // A newer listing of another directory is not merged.
   WriteWholeFile(box_.file("NIMBRA\\OTHER.OVD"), "C:\\elsewhere\n2048,1,1,C:\\elsewhere\\f\n");
-  Compared other;
-  other.rec.flags = 0xC0;
-  lstrcpynA(other.rec.olderListing, older.c_str(), MAX_PATH);
-  other.rec.olderCompressed = 1;
-  lstrcpynA(other.rec.newerListing, box_.file("NIMBRA\\OTHER.OVD").c_str(), MAX_PATH);
-  EXPECT_EQ(CompareDirectory(&other.rec, nullptr), 0);
+  Compared other(0xC0, older, box_.file("NIMBRA\\OTHER.OVD"));
+  EXPECT_EQ(other.result, 0);
   EXPECT_EQ(other.rec.tree, nullptr);
   // A side without the directory gives the message that says so.
   const std::pair<uint16_t, const char*> sides[] = {{0x40, kDirOnlyOlder}, {0x80, kDirOnlyNewer}, {0, kDirInNeither}};
   for (auto [flags, text] : sides) {
-    Compared c;
-    c.rec.flags = flags;
-    ASSERT_EQ(CompareDirectory(&c.rec, nullptr), 1);
+    Compared c(flags);
+    ASSERT_EQ(c.result, 1);
     EXPECT_STREQ(c.rec.tree->path, text);
     EXPECT_EQ(c.rec.tree->subdirs, nullptr);
   }
@@ -272,17 +274,13 @@ class DirSnapshots : public DirTrees {
   const std::string out_ = box_.file("d.xml");
 };
 
-// The missing directory gives no line; the listing's CRC is that of its expanded text.
-TEST_F(DirSnapshots, DirInfoLineCarriesTheListingCrc) {
+TEST_F(DirSnapshots, Documents) {
+  // The missing directory gives no line; the listing's CRC is that of its expanded text.
   ASSERT_EQ(ExpandFile(box_.file("x.txt").c_str(), box_.file("NIMBRA\\DIR0000.OVD").c_str()), 0);
   const std::string text = ReadWholeFile(box_.file("x.txt"));
-  EXPECT_NE(ReadWholeFile(box_.file("BASE0000.BCF"))
-                .find("[DIRINFO_START]\r\n" + root_ + ",DIR0000.OVD,1," +
-                      std::to_string(Crc32(text.data(), text.size())) + "\r\n[DIRINFO_END]"),
+  EXPECT_NE(ReadWholeFile(box_.file("BASE0000.BCF")).find("[DIRINFO_START]\r\n" + root_ + ",DIR0000.OVD,1," +
+                                                          std::to_string(Crc32(text.data(), text.size())) + "\r\n[DIRINFO_END]"),
             std::string::npos);
-}
-
-TEST_F(DirSnapshots, Documents) {
   // Identical trees: even the root is skipped.
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "two"), 0u);
   ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0001.BCF", root_.c_str(), out_.c_str(), 0), 0u);
@@ -317,9 +315,8 @@ TEST_F(DirSnapshots, Documents) {
   const std::string filtered = ReadWholeFile(out_);
   EXPECT_EQ(filtered.find("added.txt"), std::string::npos);
   EXPECT_NE(filtered.find("<FNAME><![CDATA[one.dll]]></FNAME><CHGFLAG flag=\"F\"/>"), std::string::npos);
-}
-
-TEST_F(DirSnapshots, ResultCodes) {
+  // Bad arguments write nothing.
+  DeleteFileA(out_.c_str());
   EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out_.c_str(), 1), 87u);
   EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out_.c_str(), 0), 87u);
   EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0009.BCF", root_.c_str(), out_.c_str(), 0), 87u);

@@ -39,17 +39,13 @@ struct Compared {
   // "flags name" per section, "  flags key|value" per entry, "    flags +text" per continuation.
   V ini() const {
     V out;
-    auto add = [&out](const char* format, auto... args) {
-      char buf[700];
-      std::snprintf(buf, sizeof buf, format, args...);
-      out.push_back(buf);
-    };
+    auto hex = [](unsigned f) { char b[16]; return std::string(b, std::snprintf(b, sizeof b, "%x", f)); };
     for (auto* s = item.sections; s; s = s->next) {
-      add("%x %s", s->flags, s->name);
+      out.push_back(hex(s->flags) + " " + s->name);
       for (auto* e = s->entries; e; e = e->next) {
-        add("  %x %s|%s", e->flags, e->key, e->value);
+        out.push_back("  " + hex(e->flags) + " " + e->key + "|" + e->value);
         for (auto* k = e->continuation; k; k = k->next)
-          add("    %x +%s%s", k->flags, k->text, k->owner == e ? "" : " (bad owner)");
+          out.push_back("    " + hex(k->flags) + " +" + k->text + (k->owner == e ? "" : " (bad owner)"));
       }
     }
     return out;

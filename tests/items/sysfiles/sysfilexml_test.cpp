@@ -6,8 +6,6 @@
 #include <functional>
 #include <sstream>
 
-#include "base/io.h"
-
 #include "base/xmltext.h"
 #include "tests/items/sysfiles/compare_helpers.h"
 
@@ -60,13 +58,6 @@ TEST(WriteEscapedText, LongTextCrossesTheFlushPoints) {
   EXPECT_EQ(out.substr(out.size() - 18), "aaaaaaaaaa]aaa]]&g");
 }
 
-// The first bit set wins, in the order 0x1, 0x4, 0x8, 0x2.
-TEST(ChangeLetters, Priority) {
-  EXPECT_EQ(std::string() + ChangeLetterFromFlags(0x3) + ChangeLetterFromFlags(0xA) + ChangeLetterFromFlags(0x1E) +
-                ChangeLetterFromFlags(0x1010) + LineChangeLetter(6) + LineChangeLetter(3),
-            "OTFXXX");
-}
-
 // Unchanged lines, entries and messages are left out; lines are numbered in base 32 (10 is
 // "a", 40 is "18"); text lines are escaped (the CDATA carries "<" and "&" as they are), INI
 // text goes out as it stands. Each "%" of a body stands for the next letter, or for "X" when
@@ -80,7 +71,6 @@ TEST(WriteSysFileDocument, Documents) {
   const Compared text("C:\\AUTOEXEC.BAT", older + "gone & <away>\ntail\n", newer + "tail\nx]]>y\n");
   const Compared ini("C:\\WINDOWS\\SYSTEM.INI", "[boot]\nshell=Explorer.exe\nkeep=1\n[386Enh]\na=1\n[gone]\ng=1\n",
                      "[boot]\nshell=<my>shell.exe\nkeep=1\nnew=1\n[386Enh]\na=1\n[added]\nz=1\n");
-  const Compared message("c:\\a.txt", "a\n", "a\n", 0x42);
   const FileCompareItem empty{};
   const struct { const FileCompareItem& item; const char* body; const char* letters; } docs[] = {
       {text.item,
@@ -103,7 +93,6 @@ TEST(WriteSysFileDocument, Documents) {
        "   <ENTRIES>      <LINE>g=1</LINE>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
        "    </INI>\n",
        "TFTNNNOO"},
-      {message.item, "    <TEXT>\n    </TEXT>\n", ""},
       {empty, "", ""},
   };
   for (const auto& doc : docs) {
@@ -118,18 +107,6 @@ TEST(WriteSysFileDocument, Documents) {
       EXPECT_EQ(result, 0);
     }
   }
-}
-
-void* NoMemory(size_t, size_t) { return nullptr; }
-
-TEST(WriteSysFileDocument, NoMemoryWritesNothing) {
-  const FileCompareItem item{};
-  int result = -1;
-  orvalis::Io().calloc = NoMemory;
-  std::string text = Written([&](FILE* f) { result = WriteSysFileDocument(f, &item, false); });
-  orvalis::ResetIo();
-  EXPECT_EQ(result, 8);
-  EXPECT_EQ(text, "");
 }
 
 }  // namespace
