@@ -27,14 +27,21 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpelling) {
   const std::string rich = base + "\\rich", sid = UserKey(base);
   ASSERT_FALSE(sid.empty());
   BuildRichKey(rich);
+  // A name with no ANSI form: the A calls meet it as "??" and cannot open it, and the dump (taken
+  // from the platform's save where it can be) must record it as they do.
+  HKEY h = CreateKey(rich), cyrillic;
+  ASSERT_EQ(RegCreateKeyExW(h, L"\x0416\x0438", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &cyrillic, nullptr), 0);
+  ASSERT_EQ(RegSetValueExW(cyrillic, L"v", 0, REG_DWORD, reinterpret_cast<const BYTE*>("\1\0\0\0"), 4), 0);
+  RegCloseKey(cyrillic);
+  RegCloseKey(h);
   const std::string paths[] = {"HKEY_CURRENT_USER\\" + rich, "HKCU\\" + rich, "hkcu\\\\" + rich + "\\",
                                "HKEY_USERS\\" + sid + "\\" + rich, "HKU\\" + sid + "\\" + rich};
   ChangeNode* live = Live(paths[0]);
   ASSERT_NE(live, nullptr);
   const std::string text = Flatten(live);
   // The key, 21 values, the long-named key and its value, the empty key, the volatile key and its
-  // value, 30 levels of a key and a value.
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 21 + 2 + 1 + 2 + 30 * 2);
+  // value, the key with no ANSI name (seen empty), 30 levels of a key and a value.
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 21 + 2 + 1 + 2 + 1 + 30 * 2);
   // The engine reads a number from the data member itself and the default value by its null name.
   const ChangeNode *dw = Find(live->values, "dw"), *deep = live;
   EXPECT_TRUE(dw && dw->data == reinterpret_cast<void*>(uintptr_t(0xDEADBEEF)) && Find(live->values, nullptr));
@@ -60,7 +67,10 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpelling) {
     std::string path;
     int result;
   } rows[] = {{"HKCU\\" + base + "\\nothing here", 3}, {"hkcr\\.orvalis nothing", 3}, {"HKEY_NOWHERE\\Software", 87},
-              {"", 87}, {"HKEY_CURRENT_CONFIG", 0}};
+              {"", 87}, {"HKEY_CURRENT_CONFIG", 0},
+              // Through a symbolic link, and (in the 32-bit build) the 32-bit view of HKLM\Software.
+              {"HKLM\\System\\CurrentControlSet\\Control\\Session Manager", 0},
+              {"HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion", 0}};
   for (const auto& row : rows) {
     ChangeNode *a = FromDump(file, row.path, row.result), *b = Live(row.path, row.result);
     EXPECT_TRUE(row.result || Flatten(a) == Flatten(b)) << row.path;
@@ -166,6 +176,25 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
       EXPECT_EQ(LiveText("HKCU\\" + outside), outsideBefore);
     }
   EXPECT_EQ(m.restore(("HKCU\\" + base + "\\never saved").c_str(), folder.c_str()), 2);
+  // A save that cannot be read is damage, not absence.
+  WIN32_FIND_DATAA found;
+  HANDLE saves = FindFirstFileA((folder + "\\K*.MRK").c_str(), &found);
+  ASSERT_NE(saves, INVALID_HANDLE_VALUE);
+  do EXPECT_TRUE(orvalis_test::WriteWholeFile(folder + "\\" + found.cFileName, "WINE"));
+  while (FindNextFileA(saves, &found));
+  FindClose(saves);
+  EXPECT_EQ(m.restore(path.c_str(), folder.c_str()), 13);
+  // An empty key deleted since the dump compares equal to the missing one; the update makes it again.
+  const std::string empty = "HKCU\\" + base + "\\empty";
+  RegCloseKey(CreateKey(base + "\\empty"));
+  ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
+  ASSERT_EQ(RegDeleteKeyA(HKEY_CURRENT_USER, (base + "\\empty").c_str()), 0);
+  ChangeNode *tree = FromDump(file, empty), *live = Live(empty, 3);
+  ASSERT_EQ(m.compare(&tree, live, nullptr), 0);
+  EXPECT_EQ(m.update(tree, 1), 0);
+  EXPECT_EQ(LiveText(empty), "root\n");
+  m.free(tree);
+  m.free(live);
   EXPECT_EQ(m.save(("HKCU\\" + base + "\\no such key").c_str(), folder.c_str()), 3);
 }
 
