@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/io.h"
 #include "compress/crc32.h"
 #include "compress/implode.h"
 #include "tests/support/test_support.h"
@@ -85,6 +86,8 @@ TEST_F(FileCodec, UnopenableFilesAreQuiet) {
   }
 }
 
+// Out of memory is 8 with the CRC untouched and no target: no work area, one too small, or the
+// encoder's own area (taken beside a work area that only the decoder can live in) refused.
 TEST_F(FileCodec, WithoutAWorkAreaTheResultIs8AndTheCrcUntouched) {
   ASSERT_TRUE(WriteWholeFile(Path("src"), "data"));
   const std::pair<unsigned char*, size_t> areas[] = {{nullptr, 0}, {work_.data(), kFileCodecWorkSize - 1}};
@@ -95,6 +98,12 @@ TEST_F(FileCodec, WithoutAWorkAreaTheResultIs8AndTheCrcUntouched) {
     EXPECT_EQ(ExpandFileWith(Path("t").c_str(), Path("src").c_str(), work, size, nullptr), 8);
     EXPECT_FALSE(FileExists(Path("t")));
   }
+  Io().calloc = [](size_t, size_t) -> void* { return nullptr; };
+  uint32_t crc = 7;
+  EXPECT_EQ(Compress(Path("src"), Path("t"), &crc), 8);
+  ResetIo();
+  EXPECT_EQ(crc, 7u);
+  EXPECT_FALSE(FileExists(Path("t")));
 }
 
 // A cut or foreign stream expands quietly to a prefix of the data; the checked expansion says why

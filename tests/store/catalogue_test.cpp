@@ -7,7 +7,6 @@
 
 #include "engine/sys.h"
 #include "exports/exports.h"
-#include "store/catalogue.h"
 #include "tests/support/engine_sandbox.h"
 
 using orvalis_test::EngineSandbox;
@@ -74,9 +73,6 @@ TEST(Catalogue, RenameKeepsTheFileTime) {
   WIN32_FILE_ATTRIBUTE_DATA a;
   GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &a);
   EXPECT_EQ(CompareFileTime(&a.ftLastWriteTime, &past), 0);
-  char flags[256];
-  ASSERT_EQ(orvalis::ReadSnapshotFlagsText(path.c_str(), flags), 0);
-  EXPECT_STREQ(flags, "Imported");
 
   WriteWholeFile(box.file("OLD.BCF"), "Version 0 description\n[DRIVES_START]\n[DRIVES_END]\n");
   ASSERT_EQ(RenameSnapshot("OLD.BCF", "renamed"), 0u);

@@ -27,13 +27,6 @@ void Load(Loaded& l, const std::string& text, bool isNT = true) {
   l.rc = ReadSnapshotFile(path.c_str(), l.rec, isNT);
 }
 
-template <typename T>
-int Count(const T* e) {
-  int n = 0;
-  for (; e; e = e->next) ++n;
-  return n;
-}
-
 const char kVersion6[] =
     "FormatVersion=6\n"
     "Before the driver update\n"
@@ -172,43 +165,31 @@ TEST(SnapshotReader, BadInputNeverCrashes) {
     Loaded l;
     Load(l, r.text);
     EXPECT_EQ(l.rc, r.rc);
-    EXPECT_EQ(Count(l.rec->files) + Count(l.rec->dirs) + Count(l.rec->regKeys) + Count(l.rec->sysInfo), 0);
+    EXPECT_EQ(Describe(*l.rec).find('\n'), Describe(*l.rec).size() - 1);  // no record, only the head line
   }
   Loaded missing;
   missing.rc = ReadSnapshotFile("no/such/dir/BASE0000.BCF", missing.rec, true);
   EXPECT_EQ(missing.rc, -1);
 }
 
-TEST(SnapshotWriter, SimpleSectionsReadBack) {
+// Time and flags as the writer leaves them: bit 31 of the time printed as a negative long, the
+// flag bits 0x0F00 never reaching the file. (The OS version and user name sections are read back
+// through the information document.)
+TEST(SnapshotWriter, TimeAndFlagsReadBack) {
   ScratchDir dir;
   std::string path = dir.file("W.BCF");
   FILE* f = std::fopen(path.c_str(), "w");
   ASSERT_NE(f, nullptr);
   WriteFormatVersion(f);
-  std::fprintf(f, "%s\n", "written");
-  WriteTimeDateSection(f, 0xC1234567u);  // bit 31 set: printed as a negative long
-  WriteFlagsSection(f, 0x2F05);          // bits 0x0F00 never reach the file
-  WriteOsVersionSection(f, 0xC0000A04u);
-  WriteUserNameSection(f, "bob");
+  std::fprintf(f, "written\n");
+  WriteTimeDateSection(f, 0xC1234567u);
+  WriteFlagsSection(f, 0x2F05);
   std::fclose(f);
-  std::string text = orvalis_test::ReadWholeFile(path);
-  std::erase(text, '\r');  // text mode writes CR LF on Windows
-  EXPECT_NE(text.find("FormatVersion=6\n"), std::string::npos);
-  EXPECT_NE(text.find("[FLAGS_START]\n8197\n[FLAGS_END]\n"), std::string::npos);
-  EXPECT_NE(text.find("[TIMEDATE_START]\n-1054653081\n"), std::string::npos);
+  EXPECT_EQ(orvalis_test::NoCr(orvalis_test::ReadWholeFile(path)),
+            "FormatVersion=6\nwritten\n[TIMEDATE_START]\n-1054653081\n[TIMEDATE_END]\n[FLAGS_START]\n8197\n[FLAGS_END]\n");
   Loaded l;
-  l.rc = ReadSnapshotFile(path.c_str(), l.rec, true);
-  ASSERT_EQ(l.rc, 0);
-  EXPECT_EQ(l.rec->time, 0xC1234567u);
-  EXPECT_EQ(l.rec->flags, 0x2005);
-  EXPECT_EQ(ReadOsVersionSection(path.c_str()), 0xC0000A04u);
-  char user[260];
-  ReadUserNameSection(path.c_str(), user);
-  EXPECT_STREQ(user, "bob");
-  WriteWholeFile(path, "FormatVersion=6\nno sections\n");
-  EXPECT_EQ(ReadOsVersionSection(path.c_str()), 0u);
-  ReadUserNameSection(path.c_str(), user);
-  EXPECT_STREQ(user, "");
+  ASSERT_EQ(ReadSnapshotFile(path.c_str(), l.rec, true), 0);
+  EXPECT_EQ(Describe(*l.rec), "written|3240314215|8197\n");
 }
 
 }  // namespace

@@ -58,10 +58,7 @@ TEST(UniqueName, FullCounterAndPathsTooLongForABufferFail) {
   EXPECT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 0);
   box.RestoreSeam();
   std::string deep = box.dir();
-  while (deep.size() < 240) {
-    deep += "\\ddddddddddddddddddd";
-    CreateDirectoryA(deep.c_str(), nullptr);
-  }
+  while (deep.size() < 240) CreateDirectoryA((deep += "\\ddddddddddddddddddd").c_str(), nullptr);
   EXPECT_EQ(MakeUniqueFileName(deep.c_str(), "BASE", "BCF", name), 0);
 }
 
@@ -72,8 +69,6 @@ TEST(LoadSnapshot, TakesTheFileTimeWhenTheStampIsMissing) {
   SnapshotRecord* rec = NewSnapshotRecord();
   ASSERT_EQ(LoadSnapshot(path.c_str(), rec), 0);
   EXPECT_NE(rec->time, 0u);
-  EXPECT_STREQ(rec->indexName, "BASE0000.BCF");
-  EXPECT_EQ(std::string(rec->indexPath), path);
   FreeSnapshotRecord(rec);
   char folder[MAX_PATH];
   EXPECT_TRUE(CompanionFolder(path.c_str(), folder));

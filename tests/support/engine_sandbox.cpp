@@ -36,15 +36,13 @@ DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
 
 }  // namespace
 
-std::string WinPath(const std::string& unixPath) {
-  if (unixPath.size() > 1 && unixPath[1] == ':') return unixPath;
-  std::string p = "Z:" + unixPath;
+// Wine maps / to Z:.
+std::string BinDir() {
+  std::string p = "Z:" ORVALIS_BIN_DIR;
   for (char& c : p)
     if (c == '/') c = '\\';
   return p;
 }
-
-std::string BinDir() { return WinPath(ORVALIS_BIN_DIR); }
 
 EngineSandbox::EngineSandbox() {
   GetCurrentDirectoryA(sizeof cwd_, cwd_);

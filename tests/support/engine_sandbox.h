@@ -16,8 +16,6 @@ namespace orvalis_test {
 
 // The build's bin folder (HALVERN.DLL and the companion libraries) as a Windows path.
 std::string BinDir();
-// Unix path -> Z:\ path (Wine maps / to Z:).
-std::string WinPath(const std::string& unixPath);
 
 class EngineSandbox {
  public:

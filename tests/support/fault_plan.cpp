@@ -20,7 +20,6 @@ struct State {
   SysApi sys{};
   std::string target;
   int n = 0;
-  bool fired = false;
   std::map<std::string, int> calls;
   std::set<void*> blocks;
   std::map<FILE*, bool> files;  // open files, and whether they were created by the open ("w")
@@ -31,11 +30,7 @@ State* g = nullptr;
 // Counts the call and says whether it is the one to fail.
 bool Hit(const char* entry) {
   int c = ++g->calls[entry];
-  if (g->n > 0 && c == g->n && g->target == entry) {
-    g->fired = true;
-    return true;
-  }
-  return false;
+  return g->n > 0 && c == g->n && g->target == entry;
 }
 
 FILE* FFopen(const char* path, const char* mode) {
@@ -140,7 +135,6 @@ const std::vector<std::string>& FaultPlan::Entries() {
 void FaultPlan::Arm(const std::string& entry, int n) {
   g->target = entry;
   g->n = n;
-  g->fired = false;
   g->calls.clear();
   g->blocks.clear();
   g->files.clear();
@@ -148,7 +142,6 @@ void FaultPlan::Arm(const std::string& entry, int n) {
 }
 
 std::map<std::string, int> FaultPlan::Calls() const { return g->calls; }
-bool FaultPlan::Fired() const { return g->fired; }
 long FaultPlan::LiveBlocks() const { return static_cast<long>(g->blocks.size()) + g->globals; }
 long FaultPlan::OpenFiles() const { return static_cast<long>(g->files.size()); }
 

@@ -23,7 +23,6 @@ class FaultPlan {
   void Arm(const std::string& entry, int n);
   // Calls of each entry since the last Arm.
   std::map<std::string, int> Calls() const;
-  bool Fired() const;
   // Heap blocks taken and not given back, files opened and not closed, since the last Arm.
   long LiveBlocks() const;
   long OpenFiles() const;
