@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -357,12 +358,110 @@ bool ToAnsi(const void* utf16, size_t units, std::string* out) {
   return len > 0 && !lossy;
 }
 
+// The subkey counts of a key's subkeys, asked for by a few threads at once. Each answer is a
+// round trip to the wine server; one thread alone leaves the server idle between its requests,
+// and when the two run on different processors every request pays for waking the other one.
+// With several requests in flight the server goes from one to the next (measured unpinned: the
+// whole dump 4.7 s against 13 s asking alone; pinned to one processor 1.8 s either way). Where
+// no thread can be made the caller asks alone.
+class CountPool {
+ public:
+  struct Answer {
+    bool ok;
+    DWORD subkeys, values;
+  };
+
+  CountPool() {
+    done_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    if (!done_) return;
+    for (Worker& w : workers_) {
+      w.pool = this;
+      if (!(w.start = CreateEventA(nullptr, FALSE, FALSE, nullptr))) break;
+      if (!(w.thread = CreateThread(nullptr, 64 * 1024, &CountPool::Thread, &w, 0, nullptr))) {
+        CloseHandle(w.start);
+        break;
+      }
+      ++started_;
+    }
+  }
+  ~CountPool() {
+    stop_ = true;
+    for (int i = 0; i < started_; ++i) {
+      SetEvent(workers_[i].start);
+      WaitForSingleObject(workers_[i].thread, INFINITE);
+      CloseHandle(workers_[i].thread);
+      CloseHandle(workers_[i].start);
+    }
+    if (done_) CloseHandle(done_);
+  }
+  CountPool(const CountPool&) = delete;
+  CountPool& operator=(const CountPool&) = delete;
+
+  // The counts of subkeys 0 to n - 1 of h, into out[0 .. n).
+  void Ask(HKEY h, size_t n, Answer* out) {
+    h_ = h;
+    out_ = out;
+    n_ = LONG(n);
+    next_ = 0;
+    // Each worker is woken once per call and answers once: a call never ends while one of them
+    // may still write into out.
+    int helpers = n >= kWorthSharing ? started_ : 0;
+    active_ = helpers;
+    for (int i = 0; i < helpers; ++i) SetEvent(workers_[i].start);
+    Drain(mine_, sizeof mine_);
+    if (helpers) WaitForSingleObject(done_, INFINITE);
+  }
+
+ private:
+  static constexpr int kThreads = 3;
+  static constexpr size_t kWorthSharing = 8;
+
+  struct Worker {
+    CountPool* pool = nullptr;
+    HANDLE start = nullptr, thread = nullptr;
+  };
+
+  static DWORD WINAPI Thread(void* self) {
+    const Worker* w = static_cast<Worker*>(self);
+    CountPool* pool = w->pool;
+    unsigned char buffer[1024];
+    for (;;) {
+      WaitForSingleObject(w->start, INFINITE);
+      if (pool->stop_) return 0;
+      pool->Drain(buffer, sizeof buffer);
+      if (InterlockedDecrement(&pool->active_) == 0) SetEvent(pool->done_);
+    }
+  }
+
+  void Drain(unsigned char* buffer, ULONG size) {
+    auto enumerate = BulkSave().enumerate;
+    for (LONG j; (j = InterlockedIncrement(&next_) - 1) < n_;) {
+      ULONG got = 0;
+      LONG st = enumerate(h_, ULONG(j), kKeyFullInformation, buffer, size, &got);
+      KeyFullInfo live{};
+      std::memcpy(&live, buffer, sizeof live);
+      // 0x80000005: the class name did not fit; the counts did.
+      out_[j] = {(st == 0 || st == LONG(0x80000005)) && got >= kKeyFullInfoFixed, live.subKeys, live.values};
+    }
+  }
+
+  HANDLE done_ = nullptr;
+  Worker workers_[kThreads];
+  int started_ = 0;
+  volatile bool stop_ = false;
+  unsigned char mine_[1024];
+  HKEY h_ = nullptr;
+  Answer* out_ = nullptr;
+  LONG n_ = 0;
+  volatile LONG next_ = 0, active_ = 0;
+};
+
 struct DumpWalk {
   DumpWriter* writer;
   KeyScan scan;
   std::string userSid;  // non-empty while walking HKEY_USERS
   RecordBuilder rec;
-  std::vector<unsigned char> info = std::vector<unsigned char>(1024);  // one subkey's counts at a time
+  CountPool* pool = nullptr;  // where the bulk save is used
   std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);  // one key's full name
   std::u16string top = {};  // the full name of the saved key
 
@@ -407,7 +506,8 @@ struct DumpWalk {
           }
         }
       }
-      auto enumerate = BulkSave().enumerate;
+      std::vector<CountPool::Answer> counts(names.size());
+      pool->Ask(h, names.size(), counts.data());
       targets.resize(names.size());
       for (size_t j = 0; j < names.size(); ++j) {
         if (IsUserAlias(depth, names[j])) {
@@ -415,23 +515,18 @@ struct DumpWalk {
           continue;
         }
         const SavedKey* child = saved[j] >= 0 ? &b.keys[size_t(saved[j])] : nullptr;
-        ULONG got = 0;
-        LONG st = child ? enumerate(h, ULONG(j), kKeyFullInformation, info.data(), ULONG(info.size()), &got) : -1;
-        KeyFullInfo live{};
-        std::memcpy(&live, info.data(), sizeof live);
-        // 0x80000005: the class name did not fit; the counts did. Values that differ are walked;
-        // a link is looked up by the name of the key it leads to.
-        bool asSaved = child && (st == 0 || st == LONG(0x80000005)) && got >= kKeyFullInfoFixed &&
-                       (child->link || live.values == child->valueCount);
-        if (asSaved && !child->link && !live.subKeys && child->children.empty()) {
+        const CountPool::Answer& live = counts[j];
+        // Values that differ are walked; a link is looked up by the name of the key it leads to.
+        bool asSaved = child && live.ok && (child->link || live.values == child->valueCount);
+        if (asSaved && !child->link && !live.subkeys && child->children.empty()) {
           targets[j] = WriteSaved(b, uint32_t(saved[j]), nullptr, 0, depth + 1, nullptr);
           continue;
         }
         HKEY hs;
         if (RegOpenKeyExA(h, names[j].c_str(), 0, KEY_READ, &hs) == ERROR_SUCCESS) {
           targets[j] = !asSaved                  ? Walk(hs, depth + 1)
-                       : real || child->link ? WriteOpened(b, uint32_t(saved[j]), hs, live.subKeys, depth + 1, real)
-                                             : WriteSaved(b, uint32_t(saved[j]), hs, live.subKeys, depth + 1, nullptr);
+                       : real || child->link ? WriteOpened(b, uint32_t(saved[j]), hs, live.subkeys, depth + 1, real)
+                                             : WriteSaved(b, uint32_t(saved[j]), hs, live.subkeys, depth + 1, nullptr);
           RegCloseKey(hs);
         } else {
           rec.Clear();  // unreadable: an empty key, as the walk records it
@@ -661,8 +756,10 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
   DumpWriter writer;
   int r = writer.Open(path, compression);
   if (r) return r;
-  DumpWalk walk{&writer, {}, {}, {}};
   BackupPrivilege backup;
+  std::optional<CountPool> pool;
+  if (backup.held() && BulkSave().enumerate) pool.emplace();
+  DumpWalk walk{&writer, {}, {}, {}, pool ? &*pool : nullptr};
   std::string sid = CurrentUserSid();
   bool haveHkcu = false;
   for (int i = 0; i < rootCount; ++i) {
@@ -670,7 +767,7 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
     if (RegOpenKeyExA(RootKey(roots[i]), nullptr, 0, KEY_READ, &h) != ERROR_SUCCESS) continue;
     if (roots[i] == kRootHkcu) haveHkcu = true;
     walk.userSid = roots[i] == kRootHku && haveHkcu ? sid : std::string();
-    writer.SetRoot(static_cast<uint32_t>(roots[i]), backup.held() ? walk.Root(h) : walk.Walk(h, 0));
+    writer.SetRoot(static_cast<uint32_t>(roots[i]), pool ? walk.Root(h) : walk.Walk(h, 0));
     RegCloseKey(h);
     if (writer.error()) break;
   }
