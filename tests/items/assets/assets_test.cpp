@@ -1,5 +1,4 @@
-// Assets in snapshots under Wine: the ASSETINFO stage as the engine drives CORVID.DLL, the kept
-// empty reservation, the ASSETXML documents and deletion.
+// Assets in snapshots under Wine: the ASSETINFO stage driving CORVID.DLL, ASSETXML and deletion.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -21,7 +20,7 @@ using orvalis_test::WriteWholeFile;
 
 namespace {
 
-// The options the engine passes to the library, seen through the seam's GetProcAddress.
+// The options the engine passes, seen through the seam's GetProcAddress.
 std::vector<uint32_t> g_options;
 SnapResFromWildcardFn g_realSnap;
 FARPROC(WINAPI* g_realGetProc)(HMODULE, LPCSTR);
@@ -48,8 +47,7 @@ std::string Section(const std::string& index, const std::string& name) {
 class Assets : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const char* d : {"NIMBRA", "windows", "windows\\Fonts", "app", "app\\sub"})
-      CreateDirectoryA(box_.file(d).c_str(), nullptr);
+    box_.MakeDirs({"NIMBRA", "windows", "windows\\Fonts", "app", "app\\sub"});
     box_.SetWindowsFolder(box_.file("windows"));
     WriteWholeFile(box_.file("windows\\Fonts\\a.ttf"), "font a");
     WriteWholeFile(box_.file("windows\\Fonts\\b.fon"), "not matched");
@@ -70,13 +68,10 @@ TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
   g_options.clear();
   const std::string app = box_.file("app");
   const std::string index = Snap("<windows>\\Fonts\\*.ttf,0,0\n" + app + ",5,28673\n" + app + "\\*.exe,0,8192\n");
-  // Three entries, one companion; the tag expanded; the result written back (1 matched, 0 not);
-  // the options recorded as given (28673 = 0x7001) but passed masked to 0x3000.
+  // One companion for all; the options recorded as given (28673 = 0x7001) but passed masked.
   EXPECT_EQ(Section(index, "ASSETINFO"), box_.file("windows") + "\\Fonts\\*.ttf,AST0000.OVA,1,0\r\n" + app +
                                              ",AST0000.OVA,1,28673\r\n" + app + "\\*.exe,AST0000.OVA,0,8192\r\n");
   EXPECT_EQ(g_options, (std::vector<uint32_t>{0, 0x3000, 0x2000}));
-  // The document of an asset: one snapshot alone lists every file; against the live folder only
-  // the change.
   const std::string out = box_.file("a.xml"), one = "<FNAME><![CDATA[one.dll]]></FNAME>\r\n     <CHGFLAG flag=";
   ASSERT_EQ(CompareAssettoXML("BASE0000.BCF", nullptr, app.c_str(), out.c_str(), 0), 0u);
   const std::string listing = ReadWholeFile(out);
@@ -91,24 +86,19 @@ TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
   EXPECT_EQ(live.find("two.dll"), std::string::npos) << live;  // unchanged: left out
   EXPECT_EQ(CompareAssettoXML("BASE0000.BCF", nullptr, box_.file("elsewhere").c_str(), out.c_str(), 1), 87u);
   EXPECT_EQ(CompareAssettoXML(nullptr, nullptr, app.c_str(), out.c_str(), 0), 87u);
-  // Deleting the snapshot forgets its assets and removes the companion.
   ASSERT_EQ(DeleteSnapshot("BASE0000.BCF"), 0u);
   EXPECT_FALSE(FileExists(box_.file("NIMBRA\\AST0000.OVA")));
 }
 
 TEST_F(Assets, WithoutAssetsTheEmptyReservationStaysAndWithoutTheLibraryNothingIsKept) {
-  // Kept as it is: the reservation is removed by its bare name from the current folder.
-  const std::string index = Snap("");
-  EXPECT_EQ(Section(index, "ASSETINFO"), "");
-  EXPECT_TRUE(FileExists(box_.file("NIMBRA\\AST0000.OVA")));
-  EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\AST0000.OVA")), "");
-  // Without CORVID.DLL the stage fails (1154) and the snapshot is discarded.
+  // Kept as it is: the empty reservation is removed by its bare name from the current folder.
+  EXPECT_EQ(Section(Snap(""), "ASSETINFO"), "");
+  EXPECT_TRUE(FileExists(box_.file("NIMBRA\\AST0000.OVA")) && ReadWholeFile(box_.file("NIMBRA\\AST0000.OVA")).empty());
+  // Without CORVID.DLL the stage fails and the snapshot is discarded.
   DeleteFileA(box_.file("BASE0000.BCF").c_str());
   box_.RemoveCompanionLibraries();
   box_.CopyFromBin("MARLOW.DLL");
-  WriteWholeFile(box_.file("A.GCF"), "assets\n[GROUPASSET_START]\nC:\\x,0,0\n[GROUPASSET_END]\n");
-  EXPECT_EQ(CreateSnapshotFromSpecifiedProfile("A.GCF", "no library"), 0u);
-  EXPECT_FALSE(FileExists(box_.file("BASE0000.BCF")));
+  EXPECT_EQ(Snap("C:\\x,0,0\n"), "");
 }
 
 }  // namespace

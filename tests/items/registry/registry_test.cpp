@@ -1,6 +1,4 @@
-// Registry keys in snapshots under Wine, against the real registry: the capture stages on both
-// platform paths (this binary runs once as NT and once in an exe Wine reports Windows 98 to), and
-// the REGKEYXML documents.
+// Registry keys in snapshots under Wine, run once as NT and once as Windows 98, and REGKEYXML.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -40,7 +38,7 @@ class Registry : public ::testing::Test {
     root_.Set("C\\Deeper", "", "default value");
   }
   std::string Key(const char* sub) { return root_.Full(sub); }
-  // A profile watching the given keys, and a snapshot of it; the index file's text ("" if none).
+  // The index file's text, "" if the snapshot was discarded.
   std::string Snap(const std::string& keys) {
     WriteWholeFile(box_.file("R.GCF"), "keys\n[GROUPREGKEYS_START]\n" + keys + "[GROUPREGKEYS_END]\n");
     for (int i = 0; i < 10; ++i) DeleteFileA(box_.file("BASE000" + std::to_string(i) + ".BCF").c_str());
@@ -58,8 +56,7 @@ class Registry : public ::testing::Test {
 };
 
 TEST_F(Registry, CaptureStagesAsEachPlatformHasThem) {
-  // Only the last key's save decides on NT: B missing in the middle keeps the snapshot with A and
-  // C, B missing at the end discards it. (Windows 95/98 saves no keys: both are kept.)
+  // Only the last key's save decides on NT; Windows 98 saves no keys and keeps both.
   std::string index = Snap(Key("A") + "\n" + Key("B") + "\n" + Key("C") + "\n");
   ASSERT_NE(index, "");
   EXPECT_NE(Section(index, "REGINFO").find(Key("A") + ",REG"), std::string::npos);
@@ -100,8 +97,7 @@ TEST_F(Registry, Windows98RegistryCopies) {
 
 TEST_F(Registry, Documents) {
   ASSERT_NE(Snap(Key("C") + "\n"), "");
-  const std::string out = box_.file("r.xml");
-  const std::string key = Key("C");
+  const std::string out = box_.file("r.xml"), key = Key("C");
   auto doc = [](const std::string& body) {
     return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE REGKEYXML SYSTEM \"regkey.dtd\">\r\n<REGKEYXML>\r\n" + body +
            "</REGKEYXML>\r\n";
@@ -115,7 +111,6 @@ TEST_F(Registry, Documents) {
                 "     <DATA><![CDATA[default value]]></DATA>\r\n    </REGVAL>\r\n  </REGTREE>\r\n"
                 "    <REGVAL>\r\n     <FNAME><![CDATA[v]]></FNAME>\r\n     <CHGFLAG flag=\"X\"/>\r\n"
                 "     <DATATYPE type=\"sz\"/>\r\n     <DATA><![CDATA[3]]></DATA>\r\n    </REGVAL>\r\n  </REGTREE>\r\n"));
-  // Against the live key: only the change, older then newer; the unchanged subkey is left out.
   root_.Set("C", "v", "]]>");
   ASSERT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, key.c_str(), out.c_str(), 1), 0u);
   const std::string live = ReadWholeFile(out);
@@ -124,7 +119,6 @@ TEST_F(Registry, Documents) {
             std::string::npos) << live;
   // Text holding "]]>" is written in escape mode: growing prefixes, entities without ";" (kept).
   EXPECT_NE(live.find("<DATA>]]]&g</DATA>"), std::string::npos) << live;
-  // Bad arguments: no side, a key the snapshot does not list.
   EXPECT_EQ(CompareRegtoXML(nullptr, nullptr, key.c_str(), out.c_str(), 0), 87u);
   EXPECT_EQ(CompareRegtoXML("BASE0000.BCF", nullptr, Key("A").c_str(), out.c_str(), 0), 87u);
 }

@@ -1,21 +1,70 @@
-#include "items/sysfiles/filecompare.h"
-
+// System files natively: the line and INI comparisons, and the SYSFILE document.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
 
 #include "base/io.h"
-#include "tests/items/sysfiles/compare_helpers.h"
+#include "base/textutil.h"
+#include "base/xmltext.h"
+#include "items/sysfiles/filecompare.h"
+#include "items/sysfiles/sysfilexml.h"
+#include "tests/support/test_support.h"
 
 using namespace orvalis;
 using namespace orvalis_test;
 
 namespace {
 
-// Leading blanks and blank lines of the newer copy do not count; a blank line of the older
-// copy is shown. A physical line of more than 255 characters is read, numbered and compared
-// in pieces.
+using V = std::vector<std::string>;
+
+// Both copies compared as the file `path`, whose extension picks the INI or the line comparison.
+struct Compared {
+  Compared(const char* path, const std::string& older, const std::string& newer, unsigned flags = 0xC2) {
+    WriteWholeFile(dir.file("older"), older);
+    WriteWholeFile(dir.file("newer"), newer);
+    item.flags = static_cast<uint16_t>(flags);
+    CopyText(item.path, path, sizeof item.path);
+    CopyText(item.olderCopy, dir.file("older").c_str(), sizeof item.olderCopy);
+    CopyText(item.newerCopy, dir.file("newer").c_str(), sizeof item.newerCopy);
+    result = CompareSystemFile(&item);
+  }
+  ~Compared() {
+    FreeLineChanges(item.lines);
+    FreeIniSections(item.sections);
+  }
+  bool differs() const { return item.flags & kFileDiffers; }
+  // "kind number text" per record.
+  V lines() const {
+    V out;
+    for (auto* l = item.lines; l; l = l->next)
+      out.push_back(std::to_string(l->kind) + " " + std::to_string(l->lineNumber) + " " + l->text);
+    return out;
+  }
+  // "flags name" per section, "  flags key|value" per entry, "    flags +text" per continuation.
+  V ini() const {
+    V out;
+    auto hex = [](unsigned f) { char b[16]; return std::string(b, std::snprintf(b, sizeof b, "%x", f)); };
+    for (auto* s = item.sections; s; s = s->next) {
+      out.push_back(hex(s->flags) + " " + s->name);
+      for (auto* e = s->entries; e; e = e->next) {
+        out.push_back("  " + hex(e->flags) + " " + e->key + "|" + e->value);
+        for (auto* k = e->continuation; k; k = k->next)
+          out.push_back("    " + hex(k->flags) + " +" + k->text + (k->owner == e ? "" : " (bad owner)"));
+      }
+    }
+    return out;
+  }
+
+  ScratchDir dir;
+  FileCompareItem item{};
+  int result;
+};
+
+// A blank line counts only in the older copy; a line of more than 255 characters is read in pieces.
 TEST(CompareTextLines, Walk) {
   const std::string x255(255, 'x');
   const struct { const char* name; std::string older, newer; V expected; } cases[] = {
@@ -41,10 +90,8 @@ TEST(CompareTextLines, Walk) {
   }
 }
 
-// One-line files that differ: similar lines pair up as a change (4 then 5), others are a
-// removal and an addition. Lengths count the line feed. From 20 characters on, the older
-// line is cut into two pieces (three from 30 on), the character at each cut left out, and
-// one piece found in the newer line is enough; shorter lines must contain one another.
+// Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
+// from 30), the character at each cut left out, and one piece found in the newer line is enough.
 TEST(CompareTextLines, Similarity) {
   const std::string l20 = "0123456789ABCDEFGHI\n", l25 = "abcdefghijklmnopqrstuvwx\n",
                     l29 = "0123456789ABCDEFGHIJKLMNOPQR\n", l30 = "0123456789ABCDEFGHIJKLMNOPQRS\n",
@@ -72,16 +119,12 @@ TEST(CompareTextLines, Similarity) {
   }
 }
 
-// A block of 50 inserted lines is recognised; with 51 the common line shows as removed and
-// added again.
 TEST(CompareTextLines, LookAheadIsFiftyLines) {
   for (int inserted : {50, 51}) {
     std::string newer;
     for (int i = 0; i < inserted; ++i) newer += "new" + std::to_string(i) + "\n";
-    Compared r("c:\\a.txt", "keep\n", newer + "keep\n");
-    V got = r.lines();
-    EXPECT_EQ(got.front(), inserted == 50 ? "1 -1 new0" : "2 1 keep");
-    EXPECT_EQ(got.back(), inserted == 50 ? "6 1 keep" : "1 -1 keep");
+    const V got = Compared("c:\\a.txt", "keep\n", newer + "keep\n").lines();
+    EXPECT_EQ(got.front() + "|" + got.back(), inserted == 50 ? "1 -1 new0|6 1 keep" : "2 1 keep|1 -1 keep");
   }
 }
 
@@ -133,7 +176,7 @@ TEST(CompareIniFiles, Merge) {
   }
 }
 
-// A second run frees the first result; a copy that cannot be opened gives 0 and no message.
+// A copy that cannot be opened gives 0 and no message.
 TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
   const std::pair<const char*, bool> paths[] = {
       {"c:\\x\\win.Ini", true}, {"c:\\dir.ini\\config", false}, {"c:\\x\\a.ini.bak", false}};
@@ -156,13 +199,13 @@ TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
   }
 }
 
-// Fails the n-th allocation for every n until a run gets through. A failing run must leave
-// no result and no leak (the sanitizer build checks the latter).
 int g_allocsLeft;
 void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
 
+// Each allocation fails in turn: no result and no leak (the sanitizers see that). The INI file of
+// both copies is swept through the file document export with the other failing exports.
 TEST(CompareSystemFile, AllocationFailures) {
-  const std::pair<const char*, unsigned> cases[] = {{"c:\\a.txt", 0xC2}, {"c:\\a.ini", 0xC2}, {"c:\\a.ini", 0x42}};
+  const std::pair<const char*, unsigned> cases[] = {{"c:\\a.txt", 0xC2}, {"c:\\a.ini", 0x42}};
   for (const auto& [path, flags] : cases) {
     for (int n = 0;; ++n) {
       ASSERT_LT(n, 1000);
@@ -175,6 +218,89 @@ TEST(CompareSystemFile, AllocationFailures) {
       EXPECT_EQ(r.item.lines, nullptr);
       EXPECT_EQ(r.item.sections, nullptr);
       EXPECT_FALSE(r.differs());
+    }
+  }
+}
+
+// Text mode both ways, so the expected text is the same with and without CR LF translation.
+std::string Written(const std::function<void(FILE*)>& write) {
+  ScratchDir dir;
+  FILE* f = std::fopen(dir.file("out.xml").c_str(), "w");
+  write(f);
+  std::fclose(f);
+  std::ostringstream text;
+  text << std::ifstream(dir.file("out.xml")).rdbuf();
+  return text.str();
+}
+
+std::string Escaped(const std::string& text, size_t length) {
+  return Written([&](FILE* f) { WriteEscapedText(f, text.c_str(), length); });
+}
+
+TEST(WriteEscapedText, Output) {
+  const struct { const char* name; std::string text; size_t length; std::string expected; } cases[] = {
+      {"cdata", "a<b>&c", 6, "<![CDATA[a<b>&c]]>"},
+      {"cdata drops bytes of 0x80 and above", "\xe9t\x80", 3, "<![CDATA[t]]>"},
+      {"length bounds the bytes", "abcdef", 3, "<![CDATA[abc]]>"},
+      // Kept as it is: no semicolons, and each byte rewrites all but the last character so far.
+      {"escape: growing prefixes", "<]]>&", 5, "&l&lt&lt]&lt]]&g&lt]]&gt&am"},
+      {"escape: a dropped byte repeats the prefix", "ab\xff]]>", 6, "aaabab]ab]]&g"},
+      {"escape chosen on the whole string", "ab]]>", 2, "a"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Escaped(c.text, c.length), c.expected) << c.name;
+}
+
+TEST(WriteEscapedText, LongTextCrossesTheFlushPoints) {
+  std::string text, kept;
+  for (int i = 0; i < 20000; ++i) {
+    text += static_cast<char>(i % 7 ? 'a' + i % 26 : 0x80 + i % 100);
+    if (i % 7) kept += text.back();
+  }
+  EXPECT_EQ(Escaped(text, text.size()), "<![CDATA[" + kept + "]]>");
+  // The escape buffer is emptied at 8187 characters and the prefix rewrites start over.
+  std::string out = Escaped(std::string(8190, 'a') + "]]>", 8193);
+  EXPECT_EQ(out.size(), 8185u * 8186u / 2 + 8187 + 17);
+  EXPECT_EQ(out.substr(out.size() - 18), "aaaaaaaaaa]aaa]]&g");
+}
+
+// Line numbers in base 32; INI text goes out unescaped. Each "%" stands for the next letter, or
+// for "X" when the document is one-sided.
+TEST(WriteSysFileDocument, Documents) {
+  std::string older, newer;
+  for (int i = 1; i < 40; ++i) {
+    older += i == 10 ? "value=1\n" : "same " + std::to_string(i) + "\n";
+    newer += i == 10 ? "new value=1\n" : "same " + std::to_string(i) + "\n";
+  }
+  const Compared text("C:\\AUTOEXEC.BAT", older + "gone & <away>\ntail\n", newer + "tail\nx]]>y\n");
+  const Compared ini("C:\\WINDOWS\\SYSTEM.INI", "[boot]\nkeep=1\n[gone]\ng=<1>\n", "[boot]\nkeep=1\n");
+  const FileCompareItem empty{};
+  const struct { const FileCompareItem& item; const char* body; const char* letters; } docs[] = {
+      {text.item,
+       "    <TEXT>\n"
+       "   <ENTRIES>      <LINE><![CDATA[value=1]]></LINE>      <LNUM>a</LNUM>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
+       "   <ENTRIES>      <LINE><![CDATA[new value=1]]></LINE>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
+       "   <ENTRIES>      <LINE><![CDATA[gone & <away>]]></LINE>      <LNUM>18</LNUM>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
+       "   <ENTRIES>      <LINE>xx]x]]&gx]]&gt</LINE>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
+       "    </TEXT>\n",
+       "FTON"},
+      {ini.item,  // the changes of both sides are in the end-to-end document test
+       "    <INI>\n"
+       "    <SECTION>[gone]</SECTION>        <CHGFLAG flag=\"%\"/>\n"
+       "   <ENTRIES>      <LINE>g=<1></LINE>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
+       "    </INI>\n",
+       "OO"},
+      {empty, "", ""},
+  };
+  for (const auto& doc : docs) {
+    for (bool oneSided : {false, true}) {
+      std::string expected = "<?xml version = \"1.0\"?>\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\n<SYSFILE>\n";
+      expected += "  <FILENAME><![CDATA[" + std::string(doc.item.path) + "]]></FILENAME>\n" + doc.body + "</SYSFILE>\n";
+      for (size_t i = 0, at = 0; (at = expected.find('%', at)) != std::string::npos; ++i)
+        expected[at] = oneSided ? 'X' : doc.letters[i];
+      int result = -1;
+      EXPECT_EQ(Written([&](FILE* f) { result = WriteSysFileDocument(f, &doc.item, oneSided); }), expected)
+          << doc.item.path << " " << oneSided;
+      EXPECT_EQ(result, 0);
     }
   }
 }
