@@ -28,8 +28,7 @@ std::string Listing(int lines) {
 class FileCodec : public ::testing::Test {
  protected:
   std::string Path(const char* name) const { return dir_.file(name); }
-  int Compress(const std::string& src, const std::string& dst, uint32_t* crc, int dict = 1024,
-               int level = kFileCodecLevel) {
+  int Compress(const std::string& src, const std::string& dst, uint32_t* crc, int dict = 1024, int level = kFileCodecLevel) {
     return CompressFileWith(src.c_str(), dst.c_str(), crc, work_.data(), work_.size(), kImplodeBinary, dict, level);
   }
   int Expand(const std::string& dst, const std::string& src, uint32_t* crc = nullptr) {
