@@ -46,8 +46,8 @@ TEST_F(FileCodec, RoundTripsWithTheSameCrcBothWays) {
   std::mt19937 r(8);
   for (auto& c : binary) c = static_cast<char>(r() % 7 ? r() : 0);
   const struct { std::string data; int dict, level; } rows[] = {
-      {"", 1024, kImplodeOptimal}, {"123456789", 2048, kImplodeFast}, {Listing(5000), 1024, kImplodeFast},
-      {Listing(5000), 1024, kImplodeOptimal}, {binary + "\r\n\x1a", 4096, kImplodeOptimal}};
+      {"", 1024, kImplodeOptimal}, {"123456789", 2048, kImplodeFast}, {Listing(5000), 1024, kImplodeOptimal},
+      {binary + "\r\n\x1a", 4096, kImplodeOptimal}};
   for (const auto& [data, dict, level] : rows) {
     SCOPED_TRACE(testing::Message() << data.size() << " level " << level);
     ASSERT_TRUE(WriteWholeFile(Path("src"), data));
@@ -56,11 +56,9 @@ TEST_F(FileCodec, RoundTripsWithTheSameCrcBothWays) {
     EXPECT_EQ(crc, data == "123456789" ? 0xCBF43926u : Crc32(data.data(), data.size()));
     EXPECT_EQ(64 << ReadWholeFile(Path("packed"))[1], dict);
     ASSERT_EQ(Expand(Path("back"), Path("packed"), &crcBack), 0);
-    EXPECT_TRUE(ReadWholeFile(Path("back")) == data);
+    EXPECT_TRUE(ReadWholeFile(Path("back")) == data && crcBack == crc);
     EXPECT_EQ(ExpandFileChecked(Path("checked").c_str(), Path("packed").c_str(), &crcChecked), kExpandOk);
-    EXPECT_TRUE(ReadWholeFile(Path("checked")) == data);
-    EXPECT_EQ(crcBack, crc);
-    EXPECT_EQ(crcChecked, crc);
+    EXPECT_TRUE(ReadWholeFile(Path("checked")) == data && crcChecked == crc);
   }
   uint32_t crc = 0;
   EXPECT_EQ(Compress(Path("src"), Path("packed"), &crc, 1024, 7), -1);

@@ -16,11 +16,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::TestKey;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace orvalis {
 INT_PTR CALLBACK RebootCountdownProc(HWND dialog, UINT message, WPARAM wparam, LPARAM lparam);
@@ -137,18 +133,12 @@ TEST_F(RestoreRows, FailingStagesReachOnlyTheLog) {
 
 std::vector<std::string> g_calls;
 bool g_torvane = false;
-template <typename R>
-R Record(const std::string& call, R result) {
-  g_calls.push_back(call);
-  return result;
-}
+template <typename R> R Record(const std::string& call, R result) { return g_calls.push_back(call), result; }
 std::string N(long long v) { return std::to_string(v); }
 
 int Access(const char* path, int) { return Record(std::string("access ") + path, g_torvane ? 0 : -1); }
 UINT WINAPI FakeWinExec(LPCSTR command, UINT show) { return Record("WinExec " + std::string(command) + " " + N(show), 33u); }
-BOOL WINAPI FakeExitWindows(UINT flags, DWORD reserved) {
-  return Record("ExitWindowsEx " + N(flags) + " " + N(reserved), TRUE);
-}
+BOOL WINAPI FakeExitWindows(UINT flags, DWORD reserved) { return Record("ExitWindowsEx " + N(flags) + " " + N(reserved), TRUE); }
 BOOL WINAPI TokenRefused(HANDLE, DWORD, PHANDLE) { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
 INT_PTR WINAPI FakeDialog(HINSTANCE, LPCSTR tmpl, HWND, DLGPROC, LPARAM) {
   return Record("dialog " + N(reinterpret_cast<uintptr_t>(tmpl)) + " count " + N(RebootCountdown), INT_PTR{1});
@@ -180,20 +170,10 @@ class Reboot : public RestoreRows {
     g_calls.clear();
     g_torvane = false;
     SysApi& s = Sys();
-    s.access = Access;
-    s.WinExec = FakeWinExec;
-    s.ExitWindowsEx = FakeExitWindows;
-    s.DialogBoxParamA = FakeDialog;
-    s.GetWindowRect = FakeWindowRect;
-    s.GetClientRect = FakeClientRect;
-    s.GetSystemMetrics = FakeMetrics;
-    s.SetWindowPos = FakeSetPos;
-    s.CreateWindowExA = FakeCreate;
-    s.SetWindowTextA = FakeText;
-    s.SetTimer = FakeSetTimer;
-    s.KillTimer = FakeKillTimer;
-    s.EndDialog = FakeEndDialog;
-    s.SetFocus = FakeFocus;
+    s.access = Access, s.WinExec = FakeWinExec, s.ExitWindowsEx = FakeExitWindows, s.DialogBoxParamA = FakeDialog;
+    s.GetWindowRect = FakeWindowRect, s.GetClientRect = FakeClientRect, s.GetSystemMetrics = FakeMetrics;
+    s.SetWindowPos = FakeSetPos, s.CreateWindowExA = FakeCreate, s.SetWindowTextA = FakeText, s.SetFocus = FakeFocus;
+    s.SetTimer = FakeSetTimer, s.KillTimer = FakeKillTimer, s.EndDialog = FakeEndDialog;
   }
   // The calls since the last one, without the file probes.
   std::string Calls() {

@@ -131,7 +131,7 @@ std::string UserKey(const std::string& key) {
   return "";
 }
 
-TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpelling) {
+TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndDamageGives13) {
   const std::string rich = base + "\\rich", sid = UserKey(base);
   ASSERT_FALSE(sid.empty());
   BuildRichKey(rich);
@@ -183,6 +183,20 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpelling) {
     m.free(b);
   }
   m.free(nullptr);
+  // Every cut and flip of a dump is tried natively; here the real registry's dump through the
+  // entry point, damaged where a whole root's read must pass.
+  const std::string bytes = orvalis_test::ReadWholeFile(file), bad = dir.file("bad.OVR"), root = "HKEY_LOCAL_MACHINE";
+  ASSERT_GT(bytes.size(), 200u);
+  for (const std::string& data : {"REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"s,
+                                  bytes.substr(0, 70) + std::string(32, 'U') + bytes.substr(102)}) {
+    ASSERT_TRUE(orvalis_test::WriteWholeFile(bad, data));
+    EXPECT_EQ(FromDump(bad, root, 13), nullptr) << data.substr(0, 8);
+  }
+  EXPECT_EQ(FromDump(dir.file("absent.OVR"), root, 2), nullptr);
+  // A dump that cannot be made leaves no file behind.
+  EXPECT_EQ(m.dump(dir.file("REG3.OVR").c_str(), 3), 87);
+  EXPECT_FALSE(orvalis_test::FileExists(dir.file("REG3.OVR")));
+  EXPECT_NE(m.dump((dir.path() + "\\no folder\\REG.OVR").c_str(), 0), 0);
 }
 
 TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
@@ -221,13 +235,6 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   // The three pairs, the two values, the two keys with their subtrees.
   EXPECT_EQ(count, 3u * 2 + 2 + 3 + 3);
   m.free(a);
-
-  // Without a second tree: a listing, nothing marked.
-  ChangeNode* listing = Live("HKCU\\" + one);
-  ASSERT_EQ(m.compare(&listing, nullptr, &count), 0);
-  EXPECT_EQ(count, 0u);
-  EXPECT_EQ(listing->flags, kKindKey);
-  m.free(listing);
 }
 
 // A live key changed in every way, or deleted whole, is put back as it was saved, by the dump and
@@ -286,25 +293,6 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   PutBack(file, empty, 3);
   EXPECT_EQ(LiveText(empty), "root\n");
   EXPECT_EQ(m.save(("HKCU\\" + base + "\\no such key").c_str(), folder.c_str()), 3);
-}
-
-// Every cut and flip of a dump is tried natively; here a real registry's dump, through the entry
-// point. A whole root reads through the first blocks.
-TEST_F(MarlowTest, CorruptTruncatedOrForeignDumpsGive13) {
-  const std::string good = dir.file("good.OVR"), bad = dir.file("bad.OVR"), root = "HKEY_LOCAL_MACHINE";
-  ASSERT_EQ(m.dump(good.c_str(), 1024), 0);
-  const std::string bytes = orvalis_test::ReadWholeFile(good);
-  ASSERT_GT(bytes.size(), 200u);
-  for (const std::string& data : {std::string("REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"),
-                                  bytes.substr(0, 70) + std::string(32, 'U') + bytes.substr(102)}) {
-    ASSERT_TRUE(orvalis_test::WriteWholeFile(bad, data));
-    EXPECT_EQ(FromDump(bad, root, 13), nullptr) << data.substr(0, 8);
-  }
-  EXPECT_EQ(FromDump(dir.file("absent.OVR"), root, 2), nullptr);
-  // A dump that cannot be made leaves no file behind.
-  EXPECT_EQ(m.dump(dir.file("REG3.OVR").c_str(), 3), 87);
-  EXPECT_FALSE(orvalis_test::FileExists(dir.file("REG3.OVR")));
-  EXPECT_NE(m.dump((dir.path() + "\\no folder\\REG.OVR").c_str(), 0), 0);
 }
 
 }  // namespace
