@@ -22,7 +22,8 @@ void UseLocale(int order, const char* d, const char* t) {
 BrokenDownTime Time(int y, int mo, int d, int h, int mi, int s) { return {y, mo, 0, d, h, mi, s}; }
 uint32_t Pack(int y, int mo, int d, int h, int mi, int s) { return PackDosDateTime(Time(y, mo, d, h, mi, s)); }
 
-TEST(DateText, PackedValueInTheThreeOrders) {
+// The packed value shows its stored fields; a broken-down time its true seconds and full year.
+TEST(DateText, ThreeOrdersPackedAndBrokenDownInALocaleReadOnce) {
   const uint32_t may30 = Pack(1999, 5, 30, 13, 37, 51);  // seconds field 25
   const struct Row { int order; const char* d; uint32_t packed; const char* text; } rows[] = {
       {0, "/", may30, "05/30/1999 13:37:25"},  // the stored field, not doubled
@@ -33,21 +34,17 @@ TEST(DateText, PackedValueInTheThreeOrders) {
       {7, "/", may30, "05/30/1999 13:37:25"},  // unknown order: month-day-year
       {0, "/", 0, "00/00/1980 00:00:00"},      // callers test for 0 first
   };
+  char out[64];
   for (const Row& r : rows) {
     UseLocale(r.order, r.d, ":");
-    char out[64];
     EXPECT_EQ(FormatPackedDateTime(r.packed, out), static_cast<int>(std::strlen(r.text)));
     EXPECT_STREQ(out, r.text) << r.order;
   }
-}
-
-TEST(DateText, BrokenDownTimeUsesTrueSecondsAndFullYearInALocaleReadOnce) {
-  const char* rows[] = {"05/30/1999 13:37:51", "30/05/1999 13:37:51", "1999/05/30 13:37:51"};  // by order
-  char out[64];
+  const char* broken[] = {"05/30/1999 13:37:51", "30/05/1999 13:37:51", "1999/05/30 13:37:51"};  // by order
   for (int order = 0; order < 3; ++order) {
     UseLocale(order, "/", ":");
     FormatSystemTime(Time(1999, 5, 30, 13, 37, 51), out);
-    EXPECT_STREQ(out, rows[order]);
+    EXPECT_STREQ(out, broken[order]);
   }
   // The locale is read once; a later change is seen only after the cache is reset.
   g_locale.order = 1;

@@ -90,19 +90,11 @@ TEST(ReportTree, LongValuesOverSeveralLinesWhenTruncationIsOff) {
   for (int i = 0; i < 40; ++i) bin += static_cast<char>(i);
   t.Value(root, kChangeNewer, "b", 3, bin);
   t.Value(root, kChangeNewer, "l", 7, "short" + std::string(1, '\0') + std::string(130, 'm') + '\0' + '\0');
+  // A value's name, then its text in pieces; of binary data the first 16 bytes of every 32 (kept).
   EXPECT_EQ(Print(root, false, false),
-            "   [K]\n"
-            " +   s\n"
-            " +     " + std::string(64, 'a') + "\n"
-            " +     " + std::string(36, 'a') + "\n"
-            " +   b\n"
-            " +     000102030405060708090A0B0C0D0E0F\n"   // the first 16 bytes of every 32 (kept)
-            " +     2021222324252627\n"
-            " +   l\n"
-            " +     \"short\"\n"
-            " +     \"" + std::string(64, 'm') + "\n"
-            " +     " + std::string(64, 'm') + "\n"
-            " +     " + std::string(2, 'm') + "\"\n");
+            "   [K]\n +   s\n +     " + std::string(64, 'a') + "\n +     " + std::string(36, 'a') + "\n"
+            " +   b\n +     000102030405060708090A0B0C0D0E0F\n +     2021222324252627\n"
+            " +   l\n +     \"short\"\n +     \"" + std::string(64, 'm') + "\n +     " + std::string(64, 'm') + "\n +     mm\"\n");
 }
 
 TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {

@@ -39,8 +39,7 @@ class FileCodec : public ::testing::Test {
   std::vector<unsigned char> work_ = std::vector<unsigned char>(kFileCodecWorkSize);
 };
 
-// Binary data also checks that no file is opened in text mode. A level the coder does not know is
-// a coder failure.
+// Binary data also checks that no file is opened in text mode.
 TEST_F(FileCodec, RoundTripsWithTheSameCrcBothWays) {
   std::string binary(70000, '\0');
   std::mt19937 r(8);

@@ -129,8 +129,6 @@ TEST_F(RestoreRows, FailingStagesReachOnlyTheLog) {
   EXPECT_EQ(RestoreFromUndoSnapshotSelect(), 1u);
 }
 
-// ---- Reboot: every restart and window call recorded -------------------------------------------
-
 std::vector<std::string> g_calls;
 bool g_torvane = false;
 template <typename R> R Record(const std::string& call, R result) { return g_calls.push_back(call), result; }
@@ -160,7 +158,6 @@ BOOL WINAPI FakeText(HWND, LPCSTR text) { return Record(std::string("text ") + t
 UINT_PTR WINAPI FakeSetTimer(HWND, UINT_PTR id, UINT ms, TIMERPROC) { return Record("SetTimer " + N(ms), id); }
 BOOL WINAPI FakeKillTimer(HWND, UINT_PTR) { return Record("KillTimer", TRUE); }
 BOOL WINAPI FakeEndDialog(HWND, INT_PTR r) { return Record("EndDialog " + N(r), TRUE); }
-HWND WINAPI FakeFocus(HWND) { return nullptr; }
 int WINAPI NoString(HINSTANCE, UINT, LPSTR out, int) { return out[0] = '\0', 0; }
 
 class Reboot : public RestoreRows {
@@ -172,10 +169,10 @@ class Reboot : public RestoreRows {
     SysApi& s = Sys();
     s.access = Access, s.WinExec = FakeWinExec, s.ExitWindowsEx = FakeExitWindows, s.DialogBoxParamA = FakeDialog;
     s.GetWindowRect = FakeWindowRect, s.GetClientRect = FakeClientRect, s.GetSystemMetrics = FakeMetrics;
-    s.SetWindowPos = FakeSetPos, s.CreateWindowExA = FakeCreate, s.SetWindowTextA = FakeText, s.SetFocus = FakeFocus;
+    s.SetWindowPos = FakeSetPos, s.CreateWindowExA = FakeCreate, s.SetWindowTextA = FakeText;
     s.SetTimer = FakeSetTimer, s.KillTimer = FakeKillTimer, s.EndDialog = FakeEndDialog;
   }
-  // The calls since the last one, without the file probes.
+  // Since the last look, without the file probes.
   std::string Calls() {
     std::string out;
     for (const std::string& c : g_calls)
@@ -217,7 +214,6 @@ TEST_F(Reboot, TheCountdownBoxLaysOutCountsAndCloses) {
     EXPECT_EQ(RebootCountdownProc(box, WM_INITDIALOG, 0, 0), 1);
     EXPECT_EQ(Calls(), layout) << library;
   }
-  // A count of 1 closes at the first tick.
   RebootCountdown = 1;
   EXPECT_EQ(RebootCountdownProc(box, WM_TIMER, 1, 0), 1);
   EXPECT_EQ(Calls(), "KillTimer\nEndDialog 1\n");

@@ -53,7 +53,6 @@ TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
   EXPECT_EQ(Body("System Files\n", "Directories\n"),
             "System Files\n\n\n" + notes + "\n\n<- Version 1.0 of the notes\n-> Version 1.1 of the notes\n + delta\n\n" +
                 ini + "\n\n\n - [Gone]\n - x=1\n\n** [Main]\n<- Color=blue\n-> Color=green\n\n + [New]\n + y=22\n");
-  // Directories: the changed files with their time and size, under the directory's title.
   EXPECT_EQ(Body("Directories\n", "Registry\n"), "Directories\n\n" + box_.file("w") + "\n\n   [w]\n<-   app.ini  T, 41\n"
             "->   app.ini  T, 42\n<-   notes.txt  T, 40\n->   notes.txt  T, 47\n\n\n");
   // Sorted: removals, additions, then only the newer text of a change.

@@ -77,11 +77,10 @@ class MarlowTest : public ::testing::Test {
   }
   std::string LiveText(const std::string& path) {
     ChangeNode* t = Live(path);
-    std::string s = Flatten(t);
-    m.free(t);
-    return s;
+    const std::string s = Flatten(t);
+    return m.free(t), s;
   }
-  // As a restore puts a key back from a dump: the saved tree compared with the live one, then updated.
+  // As a restore does it: the dump's tree compared with the live one, then the update.
   void PutBack(const std::string& file, const std::string& path, int liveResult) {
     ChangeNode *tree = FromDump(file, path), *live = Live(path, liveResult);
     EXPECT_EQ(m.compare(&tree, live, nullptr), 0);
@@ -121,7 +120,6 @@ class MarlowTest : public ::testing::Test {
   orvalis_test::ScratchDir dir;
 };
 
-// The current user's key below HKEY_USERS: the one that holds the test's key.
 std::string UserKey(const std::string& key) {
   char name[256];
   HKEY h;
@@ -147,8 +145,7 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
   ChangeNode* live = Live(paths[0]);
   ASSERT_NE(live, nullptr);
   const std::string text = Flatten(live);
-  // The key, 21 values, the long-named key and its value, the empty key, the volatile key and its
-  // value, the key with no ANSI name (seen empty), 30 levels of a key and a value.
+  // The key and 21 values; the long-named, empty, volatile and non-ANSI keys; 30 levels.
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 21 + 2 + 1 + 2 + 1 + 30 * 2);
   // The engine reads a number from the data member itself and the default value by its null name.
   const ChangeNode *dw = Find(live->values, "dw"), *deep = live;
@@ -183,8 +180,7 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
     m.free(b);
   }
   m.free(nullptr);
-  // Every cut and flip of a dump is tried natively; here the real registry's dump through the
-  // entry point, damaged where a whole root's read must pass.
+  // Every cut and flip is tried natively; here damage where a whole root's read must pass.
   const std::string bytes = orvalis_test::ReadWholeFile(file), bad = dir.file("bad.OVR"), root = "HKEY_LOCAL_MACHINE";
   ASSERT_GT(bytes.size(), 200u);
   for (const std::string& data : {"REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n"s,
@@ -201,17 +197,14 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
 
 TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   const std::string one = base + "\\one", two = base + "\\two";
-  for (const std::string& k : {one, two}) SetValue(k, "same", REG_SZ, "x\0"s);
-  SetValue(one, "removed", REG_SZ, "r\0"s);
-  SetValue(two, "added", REG_SZ, "a\0"s);
-  SetValue(one, "Data", REG_SZ, "old\0"s);
-  SetValue(two, "DATA", REG_SZ, "new\0"s);  // the same name in another case: changed, not added
-  SetValue(one, "type", REG_DWORD, Dword(5));
-  SetValue(two, "type", REG_BINARY, Dword(5));
-  SetValue(one + "\\Gone\\Below", "x", REG_DWORD, Dword(1));
-  SetValue(two + "\\New\\Below", "x", REG_DWORD, Dword(1));
-  SetValue(one + "\\Keep\\Deeper", "v", REG_DWORD, Dword(1));
-  SetValue(two + "\\KEEP\\deeper", "v", REG_DWORD, Dword(2));
+  // "Data" and "DATA", "Keep" and "KEEP": the same names in another case, changed, not added.
+  const struct { std::string key; const char* name; DWORD type; std::string data; } values[] = {
+      {one, "same", REG_SZ, "x\0"s}, {two, "same", REG_SZ, "x\0"s}, {one, "removed", REG_SZ, "r\0"s},
+      {two, "added", REG_SZ, "a\0"s}, {one, "Data", REG_SZ, "old\0"s}, {two, "DATA", REG_SZ, "new\0"s},
+      {one, "type", REG_DWORD, Dword(5)}, {two, "type", REG_BINARY, Dword(5)}, {one + "\\Gone\\Below", "x", REG_DWORD, Dword(1)},
+      {two + "\\New\\Below", "x", REG_DWORD, Dword(1)}, {one + "\\Keep\\Deeper", "v", REG_DWORD, Dword(1)},
+      {two + "\\KEEP\\deeper", "v", REG_DWORD, Dword(2)}};
+  for (const auto& v : values) SetValue(v.key, v.name, v.type, v.data);
   ChangeNode *a = Live("HKCU\\" + one), *b = Live("HKEY_CURRENT_USER\\" + two);
   uint32_t count = 0;
   ASSERT_EQ(m.compare(&a, b, &count), 0);
@@ -237,8 +230,7 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   m.free(a);
 }
 
-// A live key changed in every way, or deleted whole, is put back as it was saved, by the dump and
-// the tree update as a restore does it, or by the key save; a key beside it keeps its change.
+// A key changed in every way, or deleted whole, is put back as saved; a key beside it keeps its change.
 TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   const std::string target = base + "\\T\xc4RGET", outside = base + "\\outside", path = "HKCU\\" + target;
   const std::string file = dir.file("REG.OVR"), folder = dir.path();

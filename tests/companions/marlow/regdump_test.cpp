@@ -61,7 +61,6 @@ class RegDumpTest : public ::testing::Test {
     EXPECT_EQ(w.Finish(), 0);
     return path;
   }
-  // The result and the tree read, as text.
   std::pair<int, std::string> Read(const std::string& path, uint32_t root, const char* rest, size_t* blocks = nullptr) {
     DumpReader reader;
     ChangeNode* t = nullptr;
@@ -72,7 +71,6 @@ class RegDumpTest : public ::testing::Test {
     FreeTree(t);
     return {r, text};
   }
-  // The node at a path of exact names.
   static const ChangeNode* At(const ChangeNode* k, const std::string& path) {
     for (size_t i = 0, j; k && i < path.size(); i = j + 1) {
       j = std::min(path.find('\\', i), path.size());
