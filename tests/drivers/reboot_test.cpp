@@ -62,10 +62,9 @@ TEST_F(RestoreRows, LogLinesOfEachPathAndOnlyTheLastNtKeyCounts) {
   if (!Nt()) GTEST_SKIP() << "the NT rows";
   // A clean restore: the whole log as the restore writes it.
   ASSERT_EQ(RestoreFromSpecifiedSnapshot("BASE0000.BCF"), 0u);
-  EXPECT_EQ(box_.Log().rfind("RestoreFromSpecifiedSnapshot: Entered\nBASE0000.BCF\nRestoreFromSpecifiedSnapshot: "
-                             "About to init engine\nSnapshot Source Locaton:\n" + box_.file("BASE0000.BCF") +
-                                 "\nRestoreFromSnapshot: Entered\n", 0),
-            0u) << box_.Log();
+  EXPECT_EQ(box_.Log().rfind("RestoreFromSpecifiedSnapshot: Entered\nBASE0000.BCF\nRestoreFromSpecifiedSnapshot: About to "
+                             "init engine\nSnapshot Source Locaton:\n" + box_.file("BASE0000.BCF") + "\nRestoreFromSnapshot: "
+                             "Entered\n", 0), 0u) << box_.Log();
   const std::string ok = "restore of NT reg key worked OK\n";
   // Only the last key's result counts; a failure is not logged by itself.
   g_realGetProc = Sys().GetProcAddress;

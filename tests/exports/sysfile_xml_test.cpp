@@ -17,8 +17,6 @@ class SysFileXml : public ::testing::Test {
  protected:
   void SetUp() override {
     box_.MakeDirs({"NIMBRA"});
-    ini_ = box_.file("app.ini");
-    txt_ = box_.file("autoexec.bat");
     WriteWholeFile(ini_, "[Main]\nColor=blue\nSize=10\n");
     WriteWholeFile(txt_, "@echo off\nset PATH=C:\\DOS\nrem <done>\n");
     WriteWholeFile(box_.file("P.GCF"), "watch\n[GROUPFILES_START]\n" + ini_ + "\n" + txt_ + "\n[GROUPFILES_END]\n");
@@ -28,7 +26,7 @@ class SysFileXml : public ::testing::Test {
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "after"), 0u);
   }
   EngineSandbox box_;
-  std::string ini_, txt_;
+  const std::string ini_ = box_.file("app.ini"), txt_ = box_.file("autoexec.bat");
 };
 
 // Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
