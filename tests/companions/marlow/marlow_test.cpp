@@ -168,11 +168,12 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
       m.free(t);
     }
   }
-  const struct { std::string path; int result; } rows[] = {{"HKCU\\" + base + "\\nothing here", 3}, {"hkcr\\.orvalis nothing", 3}, {"HKEY_NOWHERE\\Software", 87},
-              {"", 87}, {"HKEY_CURRENT_CONFIG", 0},
-              // Through a symbolic link, and (in the 32-bit build) the 32-bit view of HKLM\Software.
-              {"HKLM\\System\\CurrentControlSet\\Control\\Session Manager", 0},
-              {"HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion", 0}};
+  const struct { std::string path; int result; } rows[] = {
+      {"HKCU\\" + base + "\\nothing here", 3}, {"hkcr\\.orvalis nothing", 3}, {"HKEY_NOWHERE\\Software", 87},
+      {"", 87}, {"HKEY_CURRENT_CONFIG", 0},
+      // Through a symbolic link, and (in the 32-bit build) the 32-bit view of HKLM\Software.
+      {"HKLM\\System\\CurrentControlSet\\Control\\Session Manager", 0},
+      {"HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion", 0}};
   for (const auto& row : rows) {
     ChangeNode *a = FromDump(file, row.path, row.result), *b = Live(row.path, row.result);
     EXPECT_TRUE(row.result || Flatten(a) == Flatten(b)) << row.path;

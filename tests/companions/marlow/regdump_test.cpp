@@ -87,7 +87,8 @@ TEST_F(RegDumpTest, EveryCompressionReadsBackEveryKeyAndOnlyTheBlocksItNeeds) {
   for (int compression : {0, 1, 1024, 2048, 4096}) {
     SCOPED_TRACE(compression);
     const std::string path = Write(compression, 4096);
-    const struct { uint32_t root; const char* rest; int expectRoot; const char* expect; } rows[] = {{kRootHklm, "", kRootHklm, ""}, {kRootHkcu, "", kRootHkcu, ""}, {kRootHkcc, "", kRootHkcc, ""},
+    const struct { uint32_t root; const char* rest; int expectRoot; const char* expect; } rows[] = {
+                {kRootHklm, "", kRootHklm, ""}, {kRootHkcu, "", kRootHkcu, ""}, {kRootHkcc, "", kRootHkcc, ""},
                 {kRootHklm, "KEY17", kRootHklm, "Key17"},
                 {kRootHkcu, "deep\\l0\\L1\\l2\\L3\\l4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"},
                 {kRootHku, "s-1-5-21-1\\Deep\\L0\\L1\\L2\\L3\\L4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"}};
