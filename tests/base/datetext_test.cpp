@@ -22,14 +22,10 @@ void UseLocale(int order, const char* d, const char* t) {
 BrokenDownTime Time(int y, int mo, int d, int h, int mi, int s) { return {y, mo, 0, d, h, mi, s}; }
 uint32_t Pack(int y, int mo, int d, int h, int mi, int s) { return PackDosDateTime(Time(y, mo, d, h, mi, s)); }
 
-TEST(DateText, PackedValueInTheThreeOrders) {
+// The packed value shows its stored fields; a broken-down time its true seconds and full year.
+TEST(DateText, ThreeOrdersPackedAndBrokenDownInALocaleReadOnce) {
   const uint32_t may30 = Pack(1999, 5, 30, 13, 37, 51);  // seconds field 25
-  struct Row {
-    int order;
-    const char* d;
-    uint32_t packed;
-    const char* text;
-  } rows[] = {
+  const struct Row { int order; const char* d; uint32_t packed; const char* text; } rows[] = {
       {0, "/", may30, "05/30/1999 13:37:25"},  // the stored field, not doubled
       {1, ".", may30, "30.05.1999 13:37:25"},
       {2, "-", may30, "99-05-30 13:37:25"},    // years since 1900
@@ -38,42 +34,28 @@ TEST(DateText, PackedValueInTheThreeOrders) {
       {7, "/", may30, "05/30/1999 13:37:25"},  // unknown order: month-day-year
       {0, "/", 0, "00/00/1980 00:00:00"},      // callers test for 0 first
   };
+  char out[64];
   for (const Row& r : rows) {
     UseLocale(r.order, r.d, ":");
-    char out[64];
     EXPECT_EQ(FormatPackedDateTime(r.packed, out), static_cast<int>(std::strlen(r.text)));
     EXPECT_STREQ(out, r.text) << r.order;
   }
-}
-
-TEST(DateText, BrokenDownTimeUsesTrueSecondsAndFullYear) {
-  const char* rows[] = {"05/30/1999 13:37:51", "30/05/1999 13:37:51", "1999/05/30 13:37:51"};  // by order
+  const char* broken[] = {"05/30/1999 13:37:51", "30/05/1999 13:37:51", "1999/05/30 13:37:51"};  // by order
   for (int order = 0; order < 3; ++order) {
     UseLocale(order, "/", ":");
-    char out[64];
     FormatSystemTime(Time(1999, 5, 30, 13, 37, 51), out);
-    EXPECT_STREQ(out, rows[order]);
+    EXPECT_STREQ(out, broken[order]);
   }
-}
-
-TEST(DateText, CacheIsFilledOnceUntilReset) {
-  UseLocale(1, ".", ":");
-  char out[64];
-  FormatPackedDateTime(Pack(1999, 5, 30, 0, 0, 0), out);
-  g_locale.order = 2;  // a later locale change is not seen...
-  FormatPackedDateTime(Pack(1999, 5, 30, 0, 0, 0), out);
-  EXPECT_STREQ(out, "30.05.1999 00:00:00");
-  ResetDateLocaleCache();  // ...until the cache is refilled
-  FormatPackedDateTime(Pack(1999, 5, 30, 0, 0, 0), out);
-  EXPECT_STREQ(out, "99.05.30 00:00:00");
-}
-
-TEST(DateText, LongSeparatorsStayInTheBuffer) {
-  UseLocale(0, "1234567", "7654321");
-  char out[64];
-  int n = FormatPackedDateTime(0xFFFFFFFFu, out);
-  EXPECT_LT(n, 64);
-  EXPECT_EQ(std::strlen(out), static_cast<size_t>(n));
+  // The locale is read once; a later change is seen only after the cache is reset.
+  g_locale.order = 1;
+  FormatSystemTime(Time(1999, 5, 30, 0, 0, 0), out);
+  EXPECT_STREQ(out, "1999/05/30 00:00:00");
+  ResetDateLocaleCache();
+  FormatSystemTime(Time(1999, 5, 30, 0, 0, 0), out);
+  EXPECT_STREQ(out, "30/05/1999 00:00:00");
+  UseLocale(0, "1234567", "7654321");  // long separators stay in the buffer
+  const int n = FormatPackedDateTime(0xFFFFFFFFu, out);
+  EXPECT_TRUE(n < 64 && std::strlen(out) == static_cast<size_t>(n)) << n;
   SetDateLocaleProvider(nullptr);
 }
 

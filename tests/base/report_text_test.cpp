@@ -13,44 +13,35 @@ using namespace orvalis;
 
 namespace {
 
-// Trees built by hand; the nodes live as long as the builder.
+// Trees built by hand; the nodes and their texts live as long as the builder.
 struct Trees {
   std::deque<ChangeNode> nodes;
   std::deque<std::string> texts;
-  ChangeNode* Node(uint16_t flags, const char* name, uint16_t depth, ChangeNode* parent = nullptr, bool value = false) {
-    nodes.push_back(ChangeNode{});
-    ChangeNode* n = &nodes.back();
+  char* Text(const std::string& s) { return texts.emplace_back(s).data(); }
+  ChangeNode* Node(uint16_t flags, const char* name, ChangeNode* parent = nullptr,
+                   ChangeNode* ChangeNode::*list = &ChangeNode::children) {
+    ChangeNode* n = &nodes.emplace_back();
     n->flags = flags;
-    n->depth = depth;
-    if (name) {
-      texts.emplace_back(name);
-      n->name = texts.back().data();
-      n->nameLength = static_cast<uint32_t>(texts.back().size());
-    }
-    if (parent) {
-      ChangeNode** tail = value ? &parent->values : &parent->children;
-      while (*tail) tail = &(*tail)->next;
-      *tail = n;
-    }
+    n->depth = static_cast<uint16_t>(parent ? parent->depth + 1 : 0);
+    if (name) n->name = Text(name), n->nameLength = static_cast<uint32_t>(std::strlen(name));
+    ChangeNode** tail = parent ? &(parent->*list) : &n->next;  // appended last among its siblings
+    while (*tail) tail = &(*tail)->next;
+    if (parent) *tail = n;
     return n;
   }
+  // A number of up to four bytes is held in the data member itself: here 0.
   ChangeNode* Value(ChangeNode* key, uint16_t flags, const char* name, uint32_t type, const std::string& data) {
-    ChangeNode* v = Node(flags, name, static_cast<uint16_t>(key->depth + 1), key, true);
+    ChangeNode* v = Node(flags, name, key, &ChangeNode::values);
     v->type = type;
-    texts.push_back(data);
-    v->data = texts.back().data();
+    v->data = type == 4 && data.size() <= 4 ? nullptr : Text(data);
     v->length = static_cast<uint32_t>(data.size());
-    if (type == 4) v->data = nullptr;  // the number itself: 0
     return v;
   }
 };
 
 std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = true) {
   FILE* f = std::tmpfile();
-  TreeReportOptions o;
-  o.sorted = sorted;
-  o.truncate = truncate;
-  PrintChangeTree(f, root, o);
+  PrintChangeTree(f, root, TreeReportOptions{sorted, truncate});
   std::string out(static_cast<size_t>(std::ftell(f)), '\0');
   std::rewind(f);
   out.resize(std::fread(out.data(), 1, out.size(), f));
@@ -60,20 +51,16 @@ std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = t
 
 TEST(ReportTree, KeysValuesAndTheirRenderings) {
   Trees t;
-  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "Software", 0);
-  ChangeNode* sub = t.Node(kKindKey | kChangeNewer, "Added", 1, root);
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "Software");
+  ChangeNode* sub = t.Node(kKindKey | kChangeNewer, "Added", root);
   t.Value(sub, kChangeNewer, "inside", 1, std::string("x") + '\0');
   const std::string s64(64, 's'), s65(65, 't');
   t.Value(root, kChangeOlder, nullptr, 1, "default" + std::string(1, '\0'));
   t.Value(root, kChangeFrom, "s64", 1, s64 + '\0');
   t.Value(root, kChangeTo, "s65", 1, s65 + '\0');
-  ChangeNode* dw = t.Value(root, kChangeNewer, "dw", 4, "");
-  dw->data = reinterpret_cast<void*>(static_cast<uintptr_t>(255));
+  t.Value(root, kChangeNewer, "dw", 4, "")->data = reinterpret_cast<void*>(static_cast<uintptr_t>(255));
   // A number longer than four bytes keeps its data behind the pointer: its first four bytes show.
-  ChangeNode* wide = t.Value(root, kChangeNewer, "dw6", 4, "");
-  t.texts.push_back(std::string("\x34\x12\x00\x00\xEE\xEE", 6));
-  wide->data = t.texts.back().data();
-  wide->length = 6;
+  t.Value(root, kChangeNewer, "dw6", 4, std::string("\x34\x12\x00\x00\xEE\xEE", 6));
   t.Value(root, kChangeNewer, "b8", 3, "\x01\x02\x03\x04\x05\x06\x07\x08");
   t.Value(root, kChangeNewer, "b9", 3, std::string("\xAB\xCD\x00\x00\x00\x00\x00\x00\x09", 9));
   t.Value(root, kChangeNewer, "b17", 3, std::string(17, '\x11'));
@@ -97,36 +84,28 @@ TEST(ReportTree, KeysValuesAndTheirRenderings) {
 
 TEST(ReportTree, LongValuesOverSeveralLinesWhenTruncationIsOff) {
   Trees t;
-  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "K", 0);
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "K");
   t.Value(root, kChangeNewer, "s", 1, std::string(100, 'a') + '\0');
   std::string bin;
   for (int i = 0; i < 40; ++i) bin += static_cast<char>(i);
   t.Value(root, kChangeNewer, "b", 3, bin);
   t.Value(root, kChangeNewer, "l", 7, "short" + std::string(1, '\0') + std::string(130, 'm') + '\0' + '\0');
+  // A value's name, then its text in pieces; of binary data the first 16 bytes of every 32 (kept).
   EXPECT_EQ(Print(root, false, false),
-            "   [K]\n"
-            " +   s\n"
-            " +     " + std::string(64, 'a') + "\n"
-            " +     " + std::string(36, 'a') + "\n"
-            " +   b\n"
-            " +     000102030405060708090A0B0C0D0E0F\n"   // the first 16 bytes of every 32 (kept)
-            " +     2021222324252627\n"
-            " +   l\n"
-            " +     \"short\"\n"
-            " +     \"" + std::string(64, 'm') + "\n"
-            " +     " + std::string(64, 'm') + "\n"
-            " +     " + std::string(2, 'm') + "\"\n");
+            "   [K]\n +   s\n +     " + std::string(64, 'a') + "\n +     " + std::string(36, 'a') + "\n"
+            " +   b\n +     000102030405060708090A0B0C0D0E0F\n +     2021222324252627\n"
+            " +   l\n +     \"short\"\n +     \"" + std::string(64, 'm') + "\n +     " + std::string(64, 'm') + "\n +     mm\"\n");
 }
 
 TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {
   Trees t;
-  ChangeNode* root = t.Node(kKindName | kChangeBelow, "C:\\Fonts", 0);
-  ChangeNode* folder = t.Node(kKindFolder | kChangeBelow, "sub\\deep", 1, root);
-  ChangeNode* file = t.Node(kKindFile | kChangeOlder, "sub\\deep\\a.ttf", 2, folder);
+  ChangeNode* root = t.Node(kKindName | kChangeBelow, "C:\\Fonts");
+  ChangeNode* folder = t.Node(kKindFolder | kChangeBelow, "sub\\deep", root);
+  ChangeNode* file = t.Node(kKindFile | kChangeOlder, "sub\\deep\\a.ttf", folder);
   // 30 May 2000 13:37, seconds field 12: the date text shows the field as it is (kept).
   file->time = (20u << 25) | (5u << 21) | (30u << 16) | (13u << 11) | (37u << 5) | 12u;
   file->length = 1234;
-  t.Node(kKindName | kChangeNewer, "ignored", 2, folder);
+  t.Node(kKindName | kChangeNewer, "ignored", folder);
   // The root (a plain name) repeats the text of the line before it, which is none yet.
   EXPECT_EQ(Print(root),
             "   \n"
@@ -137,7 +116,7 @@ TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {
 
 TEST(ReportTree, SortedPassesRemovalsAdditionsChanges) {
   Trees t;
-  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "R", 0);
+  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "R");
   t.Value(root, kChangeFrom, "c", 4, "");
   t.Value(root, kChangeNewer, "a", 4, "");
   t.Value(root, kChangeOlder, "r", 4, "");
@@ -145,8 +124,7 @@ TEST(ReportTree, SortedPassesRemovalsAdditionsChanges) {
   // An excluded node and a tree without changes print nothing.
   root->flags |= kChangeExcluded;
   EXPECT_EQ(Print(root), "   [R]\n");
-  Trees quiet;
-  EXPECT_EQ(Print(quiet.Node(kKindKey, "Q", 0)), "");
+  EXPECT_EQ(Print(t.Node(kKindKey, "Q")), "");
   EXPECT_EQ(Print(nullptr), "");
   EXPECT_STREQ(ChangeMarker(kChangeOlder | kChangeNewer), " +");
   EXPECT_STREQ(ChangeMarker(kChangeTo | kChangeNewer), " +");

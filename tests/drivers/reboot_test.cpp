@@ -16,11 +16,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::TestKey;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace orvalis {
 INT_PTR CALLBACK RebootCountdownProc(HWND dialog, UINT message, WPARAM wparam, LPARAM lparam);
@@ -66,10 +62,9 @@ TEST_F(RestoreRows, LogLinesOfEachPathAndOnlyTheLastNtKeyCounts) {
   if (!Nt()) GTEST_SKIP() << "the NT rows";
   // A clean restore: the whole log as the restore writes it.
   ASSERT_EQ(RestoreFromSpecifiedSnapshot("BASE0000.BCF"), 0u);
-  EXPECT_EQ(box_.Log().rfind("RestoreFromSpecifiedSnapshot: Entered\nBASE0000.BCF\nRestoreFromSpecifiedSnapshot: "
-                             "About to init engine\nSnapshot Source Locaton:\n" + box_.file("BASE0000.BCF") +
-                                 "\nRestoreFromSnapshot: Entered\n", 0),
-            0u) << box_.Log();
+  EXPECT_EQ(box_.Log().rfind("RestoreFromSpecifiedSnapshot: Entered\nBASE0000.BCF\nRestoreFromSpecifiedSnapshot: About to "
+                             "init engine\nSnapshot Source Locaton:\n" + box_.file("BASE0000.BCF") + "\nRestoreFromSnapshot: "
+                             "Entered\n", 0), 0u) << box_.Log();
   const std::string ok = "restore of NT reg key worked OK\n";
   // Only the last key's result counts; a failure is not logged by itself.
   g_realGetProc = Sys().GetProcAddress;
@@ -133,22 +128,14 @@ TEST_F(RestoreRows, FailingStagesReachOnlyTheLog) {
   EXPECT_EQ(RestoreFromUndoSnapshotSelect(), 1u);
 }
 
-// ---- Reboot: every restart and window call recorded -------------------------------------------
-
 std::vector<std::string> g_calls;
 bool g_torvane = false;
-template <typename R>
-R Record(const std::string& call, R result) {
-  g_calls.push_back(call);
-  return result;
-}
+template <typename R> R Record(const std::string& call, R result) { return g_calls.push_back(call), result; }
 std::string N(long long v) { return std::to_string(v); }
 
 int Access(const char* path, int) { return Record(std::string("access ") + path, g_torvane ? 0 : -1); }
 UINT WINAPI FakeWinExec(LPCSTR command, UINT show) { return Record("WinExec " + std::string(command) + " " + N(show), 33u); }
-BOOL WINAPI FakeExitWindows(UINT flags, DWORD reserved) {
-  return Record("ExitWindowsEx " + N(flags) + " " + N(reserved), TRUE);
-}
+BOOL WINAPI FakeExitWindows(UINT flags, DWORD reserved) { return Record("ExitWindowsEx " + N(flags) + " " + N(reserved), TRUE); }
 BOOL WINAPI TokenRefused(HANDLE, DWORD, PHANDLE) { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
 INT_PTR WINAPI FakeDialog(HINSTANCE, LPCSTR tmpl, HWND, DLGPROC, LPARAM) {
   return Record("dialog " + N(reinterpret_cast<uintptr_t>(tmpl)) + " count " + N(RebootCountdown), INT_PTR{1});
@@ -170,7 +157,6 @@ BOOL WINAPI FakeText(HWND, LPCSTR text) { return Record(std::string("text ") + t
 UINT_PTR WINAPI FakeSetTimer(HWND, UINT_PTR id, UINT ms, TIMERPROC) { return Record("SetTimer " + N(ms), id); }
 BOOL WINAPI FakeKillTimer(HWND, UINT_PTR) { return Record("KillTimer", TRUE); }
 BOOL WINAPI FakeEndDialog(HWND, INT_PTR r) { return Record("EndDialog " + N(r), TRUE); }
-HWND WINAPI FakeFocus(HWND) { return nullptr; }
 int WINAPI NoString(HINSTANCE, UINT, LPSTR out, int) { return out[0] = '\0', 0; }
 
 class Reboot : public RestoreRows {
@@ -180,22 +166,12 @@ class Reboot : public RestoreRows {
     g_calls.clear();
     g_torvane = false;
     SysApi& s = Sys();
-    s.access = Access;
-    s.WinExec = FakeWinExec;
-    s.ExitWindowsEx = FakeExitWindows;
-    s.DialogBoxParamA = FakeDialog;
-    s.GetWindowRect = FakeWindowRect;
-    s.GetClientRect = FakeClientRect;
-    s.GetSystemMetrics = FakeMetrics;
-    s.SetWindowPos = FakeSetPos;
-    s.CreateWindowExA = FakeCreate;
-    s.SetWindowTextA = FakeText;
-    s.SetTimer = FakeSetTimer;
-    s.KillTimer = FakeKillTimer;
-    s.EndDialog = FakeEndDialog;
-    s.SetFocus = FakeFocus;
+    s.access = Access, s.WinExec = FakeWinExec, s.ExitWindowsEx = FakeExitWindows, s.DialogBoxParamA = FakeDialog;
+    s.GetWindowRect = FakeWindowRect, s.GetClientRect = FakeClientRect, s.GetSystemMetrics = FakeMetrics;
+    s.SetWindowPos = FakeSetPos, s.CreateWindowExA = FakeCreate, s.SetWindowTextA = FakeText;
+    s.SetTimer = FakeSetTimer, s.KillTimer = FakeKillTimer, s.EndDialog = FakeEndDialog;
   }
-  // The calls since the last one, without the file probes.
+  // Since the last look, without the file probes.
   std::string Calls() {
     std::string out;
     for (const std::string& c : g_calls)
@@ -237,7 +213,6 @@ TEST_F(Reboot, TheCountdownBoxLaysOutCountsAndCloses) {
     EXPECT_EQ(RebootCountdownProc(box, WM_INITDIALOG, 0, 0), 1);
     EXPECT_EQ(Calls(), layout) << library;
   }
-  // A count of 1 closes at the first tick.
   RebootCountdown = 1;
   EXPECT_EQ(RebootCountdownProc(box, WM_TIMER, 1, 0), 1);
   EXPECT_EQ(Calls(), "KillTimer\nEndDialog 1\n");

@@ -9,10 +9,7 @@
 #include "exports/exports.h"
 #include "tests/support/engine_sandbox.h"
 
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -20,8 +17,6 @@ class SysFileXml : public ::testing::Test {
  protected:
   void SetUp() override {
     box_.MakeDirs({"NIMBRA"});
-    ini_ = box_.file("app.ini");
-    txt_ = box_.file("autoexec.bat");
     WriteWholeFile(ini_, "[Main]\nColor=blue\nSize=10\n");
     WriteWholeFile(txt_, "@echo off\nset PATH=C:\\DOS\nrem <done>\n");
     WriteWholeFile(box_.file("P.GCF"), "watch\n[GROUPFILES_START]\n" + ini_ + "\n" + txt_ + "\n[GROUPFILES_END]\n");
@@ -31,7 +26,7 @@ class SysFileXml : public ::testing::Test {
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "after"), 0u);
   }
   EngineSandbox box_;
-  std::string ini_, txt_;
+  const std::string ini_ = box_.file("app.ini"), txt_ = box_.file("autoexec.bat");
 };
 
 // Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
@@ -39,12 +34,7 @@ class SysFileXml : public ::testing::Test {
 // against itself.
 TEST_F(SysFileXml, Documents) {
   const std::string out = box_.file("out.xml");
-  const struct {
-    const char *older, *newer;
-    const std::string& file;
-    int live;
-    std::string body;
-  } rows[] = {
+  const struct { const char *older, *newer; const std::string& file; int live; std::string body; } rows[] = {
       {"BASE0000.BCF", "BASE0001.BCF", ini_, 0,
        "    <INI>\r\n    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
        "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
@@ -74,21 +64,15 @@ int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT) {
 
 TEST_F(SysFileXml, ResultCodes) {
   const std::string out = box_.file("out.xml");
-  struct Row {
-    const char* name;
-    const char* older;
-    const char* newer;
-    std::string file;
-    int live;
-    unsigned long rc;
-  } rows[] = {
-      {"file not in the snapshot", "BASE0000.BCF", nullptr, box_.file("other.ini"), 1, 87},
-      {"file not in the newer", "BASE0000.BCF", "BASE0001.BCF", box_.file("other.ini"), 0, 87},
-      {"no older and not live", nullptr, "BASE0001.BCF", ini_, 0, 87},
-      {"missing snapshot", "BASE0009.BCF", nullptr, ini_, 1, 87},
+  // Each refused with 87 and no document.
+  const struct { const char *name, *older, *newer; std::string file; int live; } rows[] = {
+      {"file not in the snapshot", "BASE0000.BCF", nullptr, box_.file("other.ini"), 1},
+      {"file not in the newer", "BASE0000.BCF", "BASE0001.BCF", box_.file("other.ini"), 0},
+      {"no older and not live", nullptr, "BASE0001.BCF", ini_, 0},
+      {"missing snapshot", "BASE0009.BCF", nullptr, ini_, 1},
   };
-  for (const Row& r : rows) {
-    EXPECT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), r.rc) << r.name;
+  for (const auto& r : rows) {
+    EXPECT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), 87u) << r.name;
     EXPECT_FALSE(FileExists(out)) << r.name;
   }
   orvalis::Sys().MessageBoxA = CaptureBox;

@@ -48,9 +48,7 @@ class RegDumpTest : public ::testing::Test {
   void Make(int hklmKeys, int otherKeys) {
     for (int r = 0; r < kRootCount; ++r) roots[r] = MakeRoot(RootShortName(r), r == kRootHklm ? hklmKeys : otherKeys);
   }
-  void TearDown() override {
-    for (ChangeNode* r : roots) FreeTree(r);
-  }
+  void TearDown() override { for (ChangeNode* r : roots) FreeTree(r); }
   // HKU holds the user's own key as a reference to HKCU, as a dump of the live registry does.
   std::string Write(int compression, uint32_t blockSize) {
     std::string path = dir.file("dump" + std::to_string(compression));
@@ -59,12 +57,10 @@ class RegDumpTest : public ::testing::Test {
     for (int r : {kRootHklm, kRootHkcu, kRootHkcr, kRootHkcc}) w.SetRoot(uint32_t(r), WriteTree(&w, roots[r]));
     RecordBuilder users;
     users.AddChild("S-1-5-21-1", 10, kAliasBit | kRootHkcu);
-    uint64_t start = w.Position();
-    w.SetRoot(kRootHku, w.WriteRecord(start, users));
+    w.SetRoot(kRootHku, w.WriteRecord(w.Position(), users));
     EXPECT_EQ(w.Finish(), 0);
     return path;
   }
-  // The result and the tree read, as text.
   std::pair<int, std::string> Read(const std::string& path, uint32_t root, const char* rest, size_t* blocks = nullptr) {
     DumpReader reader;
     ChangeNode* t = nullptr;
@@ -75,7 +71,6 @@ class RegDumpTest : public ::testing::Test {
     FreeTree(t);
     return {r, text};
   }
-  // The node at a path of exact names.
   static const ChangeNode* At(const ChangeNode* k, const std::string& path) {
     for (size_t i = 0, j; k && i < path.size(); i = j + 1) {
       j = std::min(path.find('\\', i), path.size());
@@ -92,12 +87,8 @@ TEST_F(RegDumpTest, EveryCompressionReadsBackEveryKeyAndOnlyTheBlocksItNeeds) {
   for (int compression : {0, 1, 1024, 2048, 4096}) {
     SCOPED_TRACE(compression);
     const std::string path = Write(compression, 4096);
-    const struct {
-      uint32_t root;
-      const char* rest;
-      int expectRoot;
-      const char* expect;
-    } rows[] = {{kRootHklm, "", kRootHklm, ""}, {kRootHkcu, "", kRootHkcu, ""}, {kRootHkcc, "", kRootHkcc, ""},
+    const struct { uint32_t root; const char* rest; int expectRoot; const char* expect; } rows[] = {
+                {kRootHklm, "", kRootHklm, ""}, {kRootHkcu, "", kRootHkcu, ""}, {kRootHkcc, "", kRootHkcc, ""},
                 {kRootHklm, "KEY17", kRootHklm, "Key17"},
                 {kRootHkcu, "deep\\l0\\L1\\l2\\L3\\l4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"},
                 {kRootHku, "s-1-5-21-1\\Deep\\L0\\L1\\L2\\L3\\L4", kRootHkcu, "Deep\\L0\\L1\\L2\\L3\\L4"}};

@@ -1,7 +1,6 @@
 // The reader of Wine's own registry save text, natively: what the library takes from the server
 // in place of a walk, so a misread here is a wrong snapshot, and a text it is unsure of must be
 // refused whole (the library then walks).
-#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -25,11 +24,8 @@ void Flatten(const SavedBranch& b, uint32_t k, const std::string& path, std::str
   for (uint32_t v = key.firstValue; v < key.firstValue + key.valueCount; ++v) {
     const marlow::SavedValue& sv = b.values[v];
     *out += "  " + Narrow(b, sv.name, sv.nameLength) + " " + std::to_string(sv.type) + ":";
-    char hex[4];
-    for (uint32_t i = 0; i < sv.dataLength; ++i) {
-      std::snprintf(hex, sizeof hex, " %02x", static_cast<unsigned char>(b.data[sv.data + i]));
-      *out += hex;
-    }
+    for (unsigned char c : b.data.substr(sv.data, sv.dataLength))
+      *out += {' ', "0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
     *out += "\n";
   }
   for (uint32_t c : key.children) Flatten(b, c, path + "\\" + Narrow(b, b.keys[c].name, b.keys[c].nameLength), out);
