@@ -105,6 +105,68 @@ struct BitWriter {
   int n_ = 0, k_;
 };
 
+// Size of the smallest stream the format allows for data, found by trying every distance and
+// length at every position: what the optimal level must reach when its match finder misses
+// nothing (no byte triple repeated more often than its chain is searched, no long matches).
+size_t ExhaustiveSize(const std::string& d, int type, int dict) {
+  const int k = dict == 1024 ? 4 : dict == 2048 ? 5 : 6;
+  auto lengthBits = [](int len) {
+    int sym = 15;
+    while (codes::kLengthBase[sym] > len) --sym;
+    return 1 + codes::kLengthBits[sym] + codes::kLengthExtra[sym];
+  };
+  std::vector<uint32_t> best(d.size() + 1, UINT32_MAX);
+  best[0] = 0;
+  for (size_t i = 0; i < d.size(); ++i) {
+    const unsigned char c = d[i];
+    best[i + 1] = std::min(best[i + 1], best[i] + (type == kImplodeBinary ? 9 : 1 + codes::kAsciiBits[c]));
+    for (size_t dist = 1; dist <= std::min<size_t>(i, dict); ++dist) {
+      size_t len = 0;
+      while (i + len < d.size() && len < codes::kMaxMatch && d[i + len] == d[i + len - dist]) ++len;
+      for (size_t l = 2; l <= len; ++l) {
+        const int low = l == 2 ? 2 : k;
+        if (l == 2 && dist > codes::kMaxDistLen2) continue;
+        const uint32_t bits = lengthBits(int(l)) + codes::kDistBits[(dist - 1) >> low] + low;
+        best[i + l] = std::min(best[i + l], best[i] + bits);
+      }
+    }
+  }
+  return 2 + (best.back() + 16 + 7) / 8;
+}
+
+// Letters with copies of earlier pieces (3 to 20 bytes, and 2-byte ones just inside and
+// outside the 256-byte limit of length 2): many ways to parse, and copies sparse and short
+// enough for the optimal level's bounded search to see every match.
+std::string Patchwork(size_t size, unsigned seed, int letters, size_t reach) {
+  std::mt19937 r(seed);
+  std::string s;
+  while (s.size() < size) {
+    const unsigned pick = r() % 32;
+    if (pick < 2 && s.size() > 300) {
+      const size_t dist = 255 + r() % 3, len = 2;  // 255, 256 or 257 back
+      s += s.substr(s.size() - dist, len);
+    } else if (pick < 3 && s.size() > 40) {
+      const size_t dist = 1 + r() % std::min(s.size(), reach), len = 3 + r() % 18;
+      for (size_t i = 0; i < len; ++i) s += s[s.size() - dist];  // may overlap itself
+    } else {
+      s += char('a' + r() % letters);
+    }
+  }
+  return s.substr(0, size);
+}
+
+TEST(Implode, OptimalLevelFindsTheSmallestStream) {
+  const struct { const char* name; std::string data; int type, dict; } rows[] = {
+      {"2-byte copies at the limit", Patchwork(1500, 1, 20, 1024), kImplodeBinary, 1024},
+      {"ascii literals", Patchwork(1500, 2, 20, 1024), kImplodeAscii, 1024},
+      {"far copies 2048", Patchwork(2600, 3, 20, 2048), kImplodeBinary, 2048},
+      {"far copies 4096", Patchwork(4600, 4, 20, 4096), kImplodeAscii, 4096},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(Imploded(row.data, row.type, row.dict, {}, kImplodeOptimal).size(),
+              ExhaustiveSize(row.data, row.type, row.dict)) << row.name;  // round trips below
+}
+
 // The same stream whatever the read sizes and work area; with the engine's dictionary the optimal
 // level never longer than the fast one; in binary mode, size bounds that keep the match finder
 // honest (noise costs at most a literal per byte). Where a segmented parse goes wrong: a parse that
