@@ -168,7 +168,7 @@ TEST_F(DirTrees, ComparisonWithTheLiveDiskAndWithASecondListing) {
   }
 }
 
-// An empty value is a file specification too.
+// An empty value counts as a file pattern too.
 TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
   const std::string cfg = box_.file("ORVALIS.CFG"), onlyEmpty = box_.file("EMPTY.CFG");
   WritePrivateProfileStringA("INC_FILTER", "1", "*.ini", cfg.c_str());
