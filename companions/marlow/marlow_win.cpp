@@ -6,7 +6,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <optional>
+#include <memory>
+#include <type_traits>
 #include <string>
 #include <vector>
 
@@ -358,147 +359,238 @@ bool ToAnsi(const void* utf16, size_t units, std::string* out) {
   return len > 0 && !lossy;
 }
 
-// The subkey counts of a key's subkeys, asked for by a few threads at once. Each answer is a
-// round trip to the wine server; one thread alone leaves the server idle between its requests,
-// and when the two run on different processors every request pays for waking the other one.
-// With several requests in flight the server goes from one to the next (measured unpinned: the
-// whole dump 4.7 s against 13 s asking alone; pinned to one processor 1.8 s either way). Where
-// no thread can be made the caller asks alone.
-class CountPool {
+// HKEY_USERS' key of the current user, which the dump points to HKEY_CURRENT_USER's (sid is
+// empty for every other root).
+bool IsCurrentUser(const std::string& sid, int depth, const std::string& name) {
+  return depth == 0 && !sid.empty() && NamesEqual(name.data(), name.size(), sid.data(), sid.size());
+}
+
+// Every key below a root as the dump will write it, settled before anything is written.
+struct PlanKey {
+  enum Kind : uint8_t { kSaved, kWalk, kAlias, kEmpty };
+  Kind kind = kEmpty;
+  bool ownsHandle = true;
+  uint16_t depth = 0;
+  uint32_t index = 0;  // its place among the parent's live subkeys
+  uint32_t childCount = 0;
+  volatile LONG unvisited = 0;  // subkeys whose visit still needs h
+  int64_t saved = -1;           // kSaved: the save's key it is written from
+  HKEY h = nullptr;             // open while its subkeys are visited; kWalk: until it is walked
+  PlanKey* parent = nullptr;
+  std::string name;  // as the walk's A calls return it
+  std::unique_ptr<PlanKey[]> children;
+  std::u16string real;  // under WOW64: the key's full name as the server knows it
+};
+
+void CloseAll(PlanKey* k) {
+  if (k->h && k->ownsHandle) RegCloseKey(k->h);
+  k->h = nullptr;
+  for (uint32_t i = 0; i < k->childCount; ++i) CloseAll(&k->children[i]);
+}
+
+// Visits the keys below a root with a few threads at once. A visit is a handful of round trips
+// to the wine server: the key's counts asked through its parent and, for a key with subkeys, its
+// opening. One thread alone leaves the server idle between its requests, and when the two run on
+// different processors every request pays for waking the other one; with several requests in
+// flight the server goes from one to the next (measured unpinned on one machine, the whole dump:
+// 6.4-8.3 s with only the counts shared out and the opening left to the caller, 3.5-4.7 s with
+// every visit shared; pinned to one processor 3.3-3.6 s either way). The threads wait on the
+// process's own lock and condition variable, which need no server round trip; where those calls
+// are missing the caller visits alone.
+class SavePlan {
  public:
-  struct Answer {
-    bool ok;
-    DWORD subkeys, values;
-  };
+  SavePlan(const SavedBranch& b, const std::u16string& top, const std::string& userSid)
+      : b_(b), top_(top), userSid_(userSid) {}
 
-  CountPool() {
-    done_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    if (!done_) return;
-    for (Worker& w : workers_) {
-      w.pool = this;
-      if (!(w.start = CreateEventA(nullptr, FALSE, FALSE, nullptr))) break;
-      if (!(w.thread = CreateThread(nullptr, 64 * 1024, &CountPool::Thread, &w, 0, nullptr))) {
-        CloseHandle(w.start);
-        break;
-      }
-      ++started_;
+  // Settles every key below root, which is open with liveSubkeys subkeys. False when memory ran
+  // out: the handles left open are closed by CloseAll.
+  bool Settle(PlanKey* root, DWORD liveSubkeys) {
+    const SyncCalls& sync = Sync();
+    HANDLE threads[kWorkers];
+    int started = 0;
+    try {
+      Scratch mine;
+      Expand(root, liveSubkeys, &mine);
+      // Locked from here on: a worker takes keys as soon as it starts.
+      threaded_ = sync.sleep != nullptr;
+      for (; threaded_ && started < kWorkers; ++started)
+        if (!(threads[started] = CreateThread(nullptr, 128 * 1024, &SavePlan::Worker, this, 0, nullptr))) break;
+      threaded_ = started > 0;
+      Visits(&mine);
+    } catch (...) {
+      failed_ = true;
+      Visits(nullptr);
     }
-  }
-  ~CountPool() {
-    stop_ = true;
-    for (int i = 0; i < started_; ++i) {
-      SetEvent(workers_[i].start);
-      WaitForSingleObject(workers_[i].thread, INFINITE);
-      CloseHandle(workers_[i].thread);
-      CloseHandle(workers_[i].start);
-    }
-    if (done_) CloseHandle(done_);
-  }
-  CountPool(const CountPool&) = delete;
-  CountPool& operator=(const CountPool&) = delete;
-
-  // The counts of subkeys 0 to n - 1 of h, into out[0 .. n).
-  void Ask(HKEY h, size_t n, Answer* out) {
-    h_ = h;
-    out_ = out;
-    n_ = LONG(n);
-    next_ = 0;
-    // Each worker is woken once per call and answers once: a call never ends while one of them
-    // may still write into out.
-    int helpers = n >= kWorthSharing ? started_ : 0;
-    active_ = helpers;
-    for (int i = 0; i < helpers; ++i) SetEvent(workers_[i].start);
-    Drain(mine_, sizeof mine_);
-    if (helpers) WaitForSingleObject(done_, INFINITE);
+    if (started) WaitForMultipleObjects(DWORD(started), threads, TRUE, INFINITE);
+    for (int i = 0; i < started; ++i) CloseHandle(threads[i]);
+    return !failed_;
   }
 
  private:
-  static constexpr int kThreads = 3;
-  static constexpr size_t kWorthSharing = 8;
+  static constexpr int kWorkers = 3;
 
-  struct Worker {
-    CountPool* pool = nullptr;
-    HANDLE start = nullptr, thread = nullptr;
+  struct Scratch {
+    KeyScan scan;
+    std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);
+    unsigned char info[1024];
+    std::string savedName;
   };
 
-  static DWORD WINAPI Thread(void* self) {
-    const Worker* w = static_cast<Worker*>(self);
-    CountPool* pool = w->pool;
-    unsigned char buffer[1024];
+  // The kernel's lock and condition variable calls, looked up: Windows XP has none.
+  struct SyncCalls {
+    void(WINAPI* acquire)(void*) = nullptr;
+    void(WINAPI* release)(void*) = nullptr;
+    BOOL(WINAPI* sleep)(void*, void*, DWORD, ULONG) = nullptr;
+    void(WINAPI* wakeAll)(void*) = nullptr;
+  };
+  static const SyncCalls& Sync() {
+    static const SyncCalls calls = [] {
+      SyncCalls c;
+      HMODULE k = GetModuleHandleA("kernel32.dll");
+      auto get = [k](auto* fn, const char* name) {
+        *fn = reinterpret_cast<std::remove_reference_t<decltype(*fn)>>(reinterpret_cast<void*>(GetProcAddress(k, name)));
+        return *fn != nullptr;
+      };
+      if (!(get(&c.acquire, "AcquireSRWLockExclusive") && get(&c.release, "ReleaseSRWLockExclusive") &&
+            get(&c.sleep, "SleepConditionVariableSRW") && get(&c.wakeAll, "WakeAllConditionVariable")))
+        c = SyncCalls();
+      return c;
+    }();
+    return calls;
+  }
+  void Lock() {
+    if (threaded_) Sync().acquire(&lock_);
+  }
+  void Unlock() {
+    if (threaded_) Sync().release(&lock_);
+  }
+
+  static DWORD WINAPI Worker(void* self) {
+    auto* plan = static_cast<SavePlan*>(self);
+    try {
+      Scratch scratch;
+      plan->Visits(&scratch);
+    } catch (...) {
+      plan->failed_ = true;
+      plan->Visits(nullptr);
+    }
+    return 0;
+  }
+
+  // Takes keys off the stack until every visit has ended. Without scratch (memory ran out) the
+  // keys are only counted off, so that the other threads end too.
+  void Visits(Scratch* s) {
+    Lock();
     for (;;) {
-      WaitForSingleObject(w->start, INFINITE);
-      if (pool->stop_) return 0;
-      pool->Drain(buffer, sizeof buffer);
-      if (InterlockedDecrement(&pool->active_) == 0) SetEvent(pool->done_);
+      while (stack_.empty() && outstanding_ > 0) Sync().sleep(&cv_, &lock_, INFINITE, 0);
+      if (stack_.empty()) break;
+      PlanKey* k = stack_.back();
+      stack_.pop_back();
+      Unlock();
+      if (s && !failed_) {
+        try {
+          Visit(k, s);
+        } catch (...) {
+          failed_ = true;
+        }
+      }
+      Lock();
+      if (--outstanding_ == 0 && threaded_) Sync().wakeAll(&cv_);
+    }
+    Unlock();
+  }
+
+  void CloseOwn(PlanKey* k) {
+    if (k->ownsHandle && k->h) RegCloseKey(k->h);
+    k->h = nullptr;
+  }
+
+  // The key's live counts decide: a key the save holds as it is needs no more (nor opening, when
+  // nothing is below it on either side); one whose values differ is walked; a link is looked up
+  // by the name of the key it leads to.
+  void Visit(PlanKey* k, Scratch* s) {
+    PlanKey* parent = k->parent;
+    ULONG got = 0;
+    LONG st = BulkSave().enumerate(parent->h, k->index, kKeyFullInformation, s->info, sizeof s->info, &got);
+    KeyFullInfo live{};
+    std::memcpy(&live, s->info, sizeof live);
+    // 0x80000005: the class name did not fit; the counts did.
+    bool ok = (st == 0 || st == LONG(0x80000005)) && got >= kKeyFullInfoFixed;
+    const SavedKey* child = k->saved >= 0 ? &b_.keys[size_t(k->saved)] : nullptr;
+    bool asSaved = child && ok && (child->link || live.values == child->valueCount);
+    bool leaf = asSaved && !child->link && !live.subKeys && child->children.empty();
+    HKEY hs = nullptr;
+    LONG opened = leaf ? ERROR_SUCCESS : RegOpenKeyExA(parent->h, k->name.c_str(), 0, KEY_READ, &hs);
+    if (InterlockedDecrement(&parent->unvisited) == 0) CloseOwn(parent);
+    if (leaf) {
+      k->kind = PlanKey::kSaved;
+    } else if (opened != ERROR_SUCCESS) {
+      k->kind = PlanKey::kEmpty;  // unreadable: an empty key, as the walk records it
+    } else {
+      k->h = hs;
+      k->kind = asSaved ? PlanKey::kSaved : PlanKey::kWalk;
+      if (!asSaved) return;
+      if (!parent->real.empty() || child->link) Opened(k, live.subKeys, s);
+      else Expand(k, live.subKeys, s);
     }
   }
 
-  void Drain(unsigned char* buffer, ULONG size) {
-    auto enumerate = BulkSave().enumerate;
-    for (LONG j; (j = InterlockedIncrement(&next_) - 1) < n_;) {
-      ULONG got = 0;
-      LONG st = enumerate(h_, ULONG(j), kKeyFullInformation, buffer, size, &got);
-      KeyFullInfo live{};
-      std::memcpy(&live, buffer, sizeof live);
-      // 0x80000005: the class name did not fit; the counts did.
-      out_[j] = {(st == 0 || st == LONG(0x80000005)) && got >= kKeyFullInfoFixed, live.subKeys, live.values};
+  // A key that may be another than its name says: a link leads to its target, and under WOW64
+  // the 32-bit view may open a Wow6432Node in the key's place. The key the server names is looked
+  // up in the save and taken from there, or walked when the save does not hold it.
+  void Opened(PlanKey* k, DWORD liveSubkeys, Scratch* s) {
+    const std::u16string* parentReal = k->parent->real.empty() ? nullptr : &k->parent->real;
+    std::u16string real;
+    k->kind = PlanKey::kWalk;
+    if (!KeyName(k->h, &s->nameInfo, &real)) return;
+    const SavedKey& c = b_.keys[size_t(k->saved)];
+    if (parentReal && !c.link) {
+      std::u16string expected = *parentReal + u'\\';
+      expected.append(&b_.names[c.name], c.nameLength);
+      if (real == expected) {
+        k->kind = PlanKey::kSaved;
+        k->real = std::move(real);
+        Expand(k, liveSubkeys, s);
+        return;
+      }
     }
+    int64_t other = FindSaved(b_, top_, real);
+    KeyInfo info;
+    if (other < 0 || b_.keys[size_t(other)].link || !QueryKey(k->h, &info) ||
+        info.values != b_.keys[size_t(other)].valueCount)
+      return;
+    k->kind = PlanKey::kSaved;
+    k->saved = other;
+    if (parentReal) k->real = std::move(real);
+    Expand(k, info.subkeys, s);
   }
 
-  HANDLE done_ = nullptr;
-  Worker workers_[kThreads];
-  int started_ = 0;
-  volatile bool stop_ = false;
-  unsigned char mine_[1024];
-  HKEY h_ = nullptr;
-  Answer* out_ = nullptr;
-  LONG n_ = 0;
-  volatile LONG next_ = 0, active_ = 0;
-};
-
-struct DumpWalk {
-  DumpWriter* writer;
-  KeyScan scan;
-  std::string userSid;  // non-empty while walking HKEY_USERS
-  RecordBuilder rec;
-  CountPool* pool = nullptr;  // where the bulk save is used
-  std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);  // one key's full name
-  std::u16string top = {};  // the full name of the saved key
-
-  bool IsUserAlias(int depth, const std::string& name) const {
-    return depth == 0 && !userSid.empty() && NamesEqual(name.data(), name.size(), userSid.data(), userSid.size());
-  }
-
-  // Writes key k of a save in post-order. h is the live key and liveSubkeys its subkey count
-  // (h is null when k has no subkeys on either side, so that nothing below needs the server);
-  // real is its full name under WOW64, else null.
-  uint64_t WriteSaved(const SavedBranch& b, uint32_t k, HKEY h, DWORD liveSubkeys, int depth,
-                      const std::u16string* real) {
-    uint64_t start = writer->Position();
-    const SavedKey& key = b.keys[k];
+  // Names k's subkeys and puts them up for visiting; k's handle stays open until the last of
+  // them has used it.
+  void Expand(PlanKey* k, DWORD liveSubkeys, Scratch* s) {
     std::vector<std::string> names;
-    std::vector<uint64_t> targets;
-    if (h && liveSubkeys && depth + 1 <= kMaxDepth) {
-      // saved[j]: the save's subkey at live index j, or -1 for one the save left out or whose name
-      // has no ANSI form.
-      std::vector<int64_t> saved(liveSubkeys, -1);
+    // saved[j]: the save's subkey at live index j, or -1 for one the save left out or whose name
+    // has no ANSI form.
+    std::vector<int64_t> saved;
+    const SavedKey& key = b_.keys[size_t(k->saved)];
+    if (liveSubkeys && k->depth + 1 <= kMaxDepth) {
       if (liveSubkeys == key.children.size()) {
         names.resize(liveSubkeys);
+        saved.assign(liveSubkeys, -1);
         for (size_t j = 0; j < liveSubkeys; ++j) {
-          const SavedKey& child = b.keys[key.children[j]];
-          if (ToAnsi(&b.names[child.name], child.nameLength, &names[j])) saved[j] = key.children[j];
+          const SavedKey& child = b_.keys[key.children[j]];
+          if (ToAnsi(&b_.names[child.name], child.nameLength, &names[j])) saved[j] = key.children[j];
         }
       } else {
         // Volatile subkeys among them: the live names, matched to the save's in their common order.
-        scan.Subkeys(h, liveSubkeys, &names);
+        s->scan.Subkeys(k->h, liveSubkeys, &names);
         saved.assign(names.size(), -1);
-        std::string savedName;
         size_t c = 0;
         for (size_t j = 0; j < names.size() && c < key.children.size(); ++j) {
           for (size_t probe = c; probe < key.children.size(); ++probe) {
-            const SavedKey& child = b.keys[key.children[probe]];
-            if (ToAnsi(&b.names[child.name], child.nameLength, &savedName) &&
-                NamesEqual(savedName.data(), savedName.size(), names[j].data(), names[j].size())) {
+            const SavedKey& child = b_.keys[key.children[probe]];
+            if (ToAnsi(&b_.names[child.name], child.nameLength, &s->savedName) &&
+                NamesEqual(s->savedName.data(), s->savedName.size(), names[j].data(), names[j].size())) {
               saved[j] = key.children[probe];
               c = probe + 1;
               break;
@@ -506,36 +598,80 @@ struct DumpWalk {
           }
         }
       }
-      std::vector<CountPool::Answer> counts(names.size());
-      pool->Ask(h, names.size(), counts.data());
-      targets.resize(names.size());
-      for (size_t j = 0; j < names.size(); ++j) {
-        if (IsUserAlias(depth, names[j])) {
-          targets[j] = kAliasBit | kRootHkcu;
-          continue;
-        }
-        const SavedKey* child = saved[j] >= 0 ? &b.keys[size_t(saved[j])] : nullptr;
-        const CountPool::Answer& live = counts[j];
-        // Values that differ are walked; a link is looked up by the name of the key it leads to.
-        bool asSaved = child && live.ok && (child->link || live.values == child->valueCount);
-        if (asSaved && !child->link && !live.subkeys && child->children.empty()) {
-          targets[j] = WriteSaved(b, uint32_t(saved[j]), nullptr, 0, depth + 1, nullptr);
-          continue;
-        }
-        HKEY hs;
-        if (RegOpenKeyExA(h, names[j].c_str(), 0, KEY_READ, &hs) == ERROR_SUCCESS) {
-          targets[j] = !asSaved                  ? Walk(hs, depth + 1)
-                       : real || child->link ? WriteOpened(b, uint32_t(saved[j]), hs, live.subkeys, depth + 1, real)
-                                             : WriteSaved(b, uint32_t(saved[j]), hs, live.subkeys, depth + 1, nullptr);
-          RegCloseKey(hs);
-        } else {
-          rec.Clear();  // unreadable: an empty key, as the walk records it
-          targets[j] = writer->WriteRecord(writer->Position(), rec);
-        }
+    }
+    LONG visits = 0;
+    if (!names.empty()) {
+      k->children.reset(new PlanKey[names.size()]);
+      k->childCount = uint32_t(names.size());
+      for (uint32_t j = 0; j < k->childCount; ++j) {
+        PlanKey& c = k->children[j];
+        c.parent = k;
+        c.index = j;
+        c.depth = uint16_t(k->depth + 1);
+        c.saved = saved[j];
+        c.name = std::move(names[j]);
+        if (IsCurrentUser(userSid_, k->depth, c.name))
+          c.kind = PlanKey::kAlias;
+        else
+          ++visits;
       }
     }
+    if (!visits) return CloseOwn(k);
+    k->unvisited = visits;
+    Lock();
+    try {
+      for (uint32_t j = 0; j < k->childCount; ++j)
+        if (k->children[j].kind != PlanKey::kAlias) {
+          stack_.push_back(&k->children[j]);
+          ++outstanding_;
+        }
+    } catch (...) {
+      failed_ = true;  // the keys not put up keep k open; CloseAll closes it
+    }
+    if (threaded_) Sync().wakeAll(&cv_);
+    Unlock();
+  }
+
+  const SavedBranch& b_;
+  const std::u16string& top_;
+  const std::string& userSid_;
+  void* lock_ = nullptr;  // SRWLOCK and CONDITION_VARIABLE: one pointer each, zero when free
+  void* cv_ = nullptr;
+  bool threaded_ = false;
+  volatile bool failed_ = false;
+  std::vector<PlanKey*> stack_;
+  long outstanding_ = 0;
+};
+
+struct DumpWalk {
+  DumpWriter* writer;
+  KeyScan scan;
+  std::string userSid;  // non-empty while walking HKEY_USERS
+  RecordBuilder rec;
+  bool bulk = false;  // the platform's save may be used
+  std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);  // one key's full name
+
+  bool IsUserAlias(int depth, const std::string& name) const { return IsCurrentUser(userSid, depth, name); }
+
+  // Writes a settled key in post-order.
+  uint64_t WritePlanned(const SavedBranch& b, PlanKey* k) {
+    switch (k->kind) {
+      case PlanKey::kAlias: return kAliasBit | kRootHkcu;
+      case PlanKey::kEmpty: rec.Clear(); return writer->WriteRecord(writer->Position(), rec);
+      case PlanKey::kWalk: {
+        uint64_t at = Walk(k->h, k->depth);
+        RegCloseKey(k->h);
+        k->h = nullptr;
+        return at;
+      }
+      case PlanKey::kSaved: break;
+    }
+    uint64_t start = writer->Position();
+    std::vector<uint64_t> targets(k->childCount);
+    for (uint32_t j = 0; j < k->childCount; ++j) targets[j] = WritePlanned(b, &k->children[j]);
     rec.Clear();
-    for (size_t i = 0; i < names.size(); ++i) rec.AddChild(names[i].data(), names[i].size(), targets[i]);
+    for (uint32_t j = 0; j < k->childCount; ++j) rec.AddChild(k->children[j].name.data(), k->children[j].name.size(), targets[j]);
+    const SavedKey& key = b.keys[size_t(k->saved)];
     std::string name, text;
     for (uint32_t v = key.firstValue; v < key.firstValue + key.valueCount; ++v) {
       const SavedValue& sv = b.values[v];
@@ -552,27 +688,6 @@ struct DumpWalk {
     return writer->WriteRecord(start, rec);
   }
 
-  // Subkey c of the save, opened as hs, when the key opened may be another: a link leads to its
-  // target, and under WOW64 (parent, the full name of the key above, is given only then) the
-  // 32-bit view may open a Wow6432Node in the key's place. The key the server names is looked up
-  // in the save and written from there, or walked when the save does not hold it.
-  uint64_t WriteOpened(const SavedBranch& b, uint32_t c, HKEY hs, DWORD liveSubkeys, int depth,
-                       const std::u16string* parent) {
-    std::u16string real;
-    if (!KeyName(hs, &nameInfo, &real)) return Walk(hs, depth);
-    if (parent && !b.keys[c].link) {
-      std::u16string expected = *parent + u'\\';
-      expected.append(&b.names[b.keys[c].name], b.keys[c].nameLength);
-      if (real == expected) return WriteSaved(b, c, hs, liveSubkeys, depth, &real);
-    }
-    int64_t other = FindSaved(b, top, real);
-    KeyInfo info;
-    if (other < 0 || b.keys[size_t(other)].link || !QueryKey(hs, &info) ||
-        info.values != b.keys[size_t(other)].valueCount)
-      return Walk(hs, depth);
-    return WriteSaved(b, uint32_t(other), hs, info.subkeys, depth, parent ? &real : nullptr);
-  }
-
   // One root, from the platform's save where it can be had and trusted, else by the walk.
   uint64_t Root(HKEY root) {
     // Opening a root returns its pseudo handle, which the server's own calls refuse; "creating"
@@ -586,10 +701,19 @@ struct DumpWalk {
                         nullptr) != ERROR_SUCCESS)
       return Walk(root, 0);
     SavedBranch saved;
-    bool bulk = QueryKey(h, &info) && info.subkeys == expected.subkeys && info.values == expected.values &&
-                KeyName(h, &nameInfo, &top) && SaveBranch(h, &saved) && info.values == saved.keys[0].valueCount &&
-                !saved.keys[0].link;
-    uint64_t at = bulk ? WriteSaved(saved, 0, h, info.subkeys, 0, BulkSave().wow64 ? &top : nullptr) : Walk(root, 0);
+    PlanKey plan;
+    plan.kind = PlanKey::kSaved;
+    plan.saved = 0;
+    plan.h = h;
+    plan.ownsHandle = false;
+    std::u16string top;
+    bool ok = QueryKey(h, &info) && info.subkeys == expected.subkeys && info.values == expected.values &&
+              KeyName(h, &nameInfo, &top) && SaveBranch(h, &saved) && info.values == saved.keys[0].valueCount &&
+              !saved.keys[0].link;
+    if (ok && BulkSave().wow64) plan.real = top;
+    ok = ok && SavePlan(saved, top, userSid).Settle(&plan, info.subkeys);
+    uint64_t at = ok ? WritePlanned(saved, &plan) : Walk(root, 0);
+    CloseAll(&plan);
     RegCloseKey(h);
     return at;
   }
@@ -757,9 +881,7 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
   int r = writer.Open(path, compression);
   if (r) return r;
   BackupPrivilege backup;
-  std::optional<CountPool> pool;
-  if (backup.held() && BulkSave().enumerate) pool.emplace();
-  DumpWalk walk{&writer, {}, {}, {}, pool ? &*pool : nullptr};
+  DumpWalk walk{&writer, {}, {}, {}, backup.held() && BulkSave().enumerate};
   std::string sid = CurrentUserSid();
   bool haveHkcu = false;
   for (int i = 0; i < rootCount; ++i) {
@@ -767,7 +889,7 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
     if (RegOpenKeyExA(RootKey(roots[i]), nullptr, 0, KEY_READ, &h) != ERROR_SUCCESS) continue;
     if (roots[i] == kRootHkcu) haveHkcu = true;
     walk.userSid = roots[i] == kRootHku && haveHkcu ? sid : std::string();
-    writer.SetRoot(static_cast<uint32_t>(roots[i]), pool ? walk.Root(h) : walk.Walk(h, 0));
+    writer.SetRoot(static_cast<uint32_t>(roots[i]), walk.bulk ? walk.Root(h) : walk.Walk(h, 0));
     RegCloseKey(h);
     if (writer.error()) break;
   }
