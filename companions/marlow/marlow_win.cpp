@@ -348,6 +348,13 @@ bool SaveBranch(HKEY h, SavedBranch* out) {
 bool ToAnsi(const void* utf16, size_t units, std::string* out) {
   out->clear();
   if (!units) return true;
+  // Nearly every name and string is ASCII, which every ANSI code page keeps as it is: that
+  // needs no call (the data may be unaligned, so it is read a byte at a time).
+  const auto* bytes = static_cast<const unsigned char*>(utf16);
+  out->resize(units);
+  size_t i = 0;
+  for (; i < units && bytes[2 * i] < 0x80 && !bytes[2 * i + 1]; ++i) (*out)[i] = char(bytes[2 * i]);
+  if (i == units) return true;
   std::u16string w(units, 0);
   std::memcpy(w.data(), utf16, units * 2);
   const auto* src = reinterpret_cast<LPCWCH>(w.data());
@@ -411,8 +418,10 @@ class SavePlan {
     try {
       Scratch mine;
       Expand(root, liveSubkeys, &mine);
-      // Locked from here on: a worker takes keys as soon as it starts.
-      threaded_ = sync.sleep != nullptr;
+      // Locked from here on: a worker takes keys as soon as it starts. A process held to one
+      // processor gains nothing from them: its threads only take turns.
+      DWORD_PTR allowed = 0, system = 0;
+      threaded_ = sync.sleep && GetProcessAffinityMask(GetCurrentProcess(), &allowed, &system) && (allowed & (allowed - 1));
       for (; threaded_ && started < kWorkers; ++started)
         if (!(threads[started] = CreateThread(nullptr, 128 * 1024, &SavePlan::Worker, this, 0, nullptr))) break;
       threaded_ = started > 0;
@@ -427,7 +436,7 @@ class SavePlan {
   }
 
  private:
-  static constexpr int kWorkers = 3;
+  static constexpr int kWorkers = 6;
 
   struct Scratch {
     KeyScan scan;

@@ -132,13 +132,13 @@ class Parser {
     return true;
   }
 
-  uint32_t AddName(const std::u16string& name) {
+  uint32_t AddName(std::u16string_view name) {
     uint32_t at = static_cast<uint32_t>(b_->names.size());
     b_->names += name;
     return at;
   }
 
-  bool SameName(const SavedKey& k, const std::u16string& name) const {
+  bool SameName(const SavedKey& k, std::u16string_view name) const {
     return k.nameLength == name.size() &&
            (name.empty() || std::memcmp(&b_->names[k.name], name.data(), name.size() * sizeof(char16_t)) == 0);
   }
@@ -146,7 +146,8 @@ class Parser {
   // "[a\\b\\c] seconds": finds or makes the key, and the keys its path implies. The save is in
   // pre-order, so a key already made can only be the last subkey of its parent.
   bool KeyLine(std::string_view line) {
-    std::u16string path;
+    std::u16string& path = scratch_;  // reused: a save has a line per key
+    path.clear();
     size_t i = 1;
     if (!Unescape(line, &i, ']', &path)) return false;
     size_t depth = 0, start = 0;
@@ -154,7 +155,7 @@ class Parser {
     while (start < path.size()) {
       size_t sep = path.find(u'\\', start);
       if (sep == std::u16string::npos) sep = path.size();
-      std::u16string name = path.substr(start, sep - start);
+      std::u16string_view name = std::u16string_view(path).substr(start, sep - start);
       start = sep + 1;
       if (name.empty()) return false;
       if (++depth > kMaxSavedDepth) return false;
@@ -183,7 +184,8 @@ class Parser {
 
   bool ValueLine(std::string_view line) {
     SavedValue v{};
-    std::u16string name;
+    std::u16string& name = scratch_;
+    name.clear();
     size_t i;
     if (line[0] == '@') {
       i = 1;
@@ -221,13 +223,17 @@ class Parser {
         if (!ParseHexNumber(rest, &i, &v.type) || i >= rest.size() || rest[i++] != ')') return false;
       }
       if (i >= rest.size() || rest[i++] != ':') return false;
+      // "aa,bb,...": sized once, as binary values make up most of a save's text.
+      size_t at = b_->data.size();
+      b_->data.resize(at + (rest.size() - i + 1) / 3);
       while (i < rest.size()) {
         int hi = HexDigit(rest[i]), lo = i + 1 < rest.size() ? HexDigit(rest[i + 1]) : -1;
-        if (hi < 0 || lo < 0) return false;
-        b_->data.push_back(static_cast<char>(hi * 16 + lo));
+        if (hi < 0 || lo < 0 || at == b_->data.size()) return false;
+        b_->data[at++] = static_cast<char>(hi * 16 + lo);
         i += 2;
         if (i < rest.size() && (rest[i++] != ',' || i == rest.size())) return false;  // a comma needs a byte after it
       }
+      b_->data.resize(at);
     } else {
       return false;
     }
@@ -239,12 +245,15 @@ class Parser {
 
   // A quoted string's text as the registry holds it: UTF-16LE with its terminator.
   bool String(std::string_view rest, size_t* i) {
-    std::u16string s;
+    std::u16string& s = text_scratch_;
+    s.clear();
     if (!Unescape(rest, i, '"', &s) || *i != rest.size()) return false;
     s.push_back(0);
+    size_t at = b_->data.size();
+    b_->data.resize(at + 2 * s.size());
     for (char16_t c : s) {
-      b_->data.push_back(static_cast<char>(c & 0xFF));
-      b_->data.push_back(static_cast<char>(c >> 8));
+      b_->data[at++] = static_cast<char>(c & 0xFF);
+      b_->data[at++] = static_cast<char>(c >> 8);
     }
     return true;
   }
@@ -253,6 +262,7 @@ class Parser {
   SavedBranch* b_;
   size_t pos_ = 0;
   std::string joined_;
+  std::u16string scratch_, text_scratch_;
   std::vector<uint32_t> stack_;
   int64_t current_ = -1;
 };
