@@ -400,8 +400,8 @@ void CloseAll(PlanKey* k) {
 // opening. One thread alone leaves the server idle between its requests, and when the two run on
 // different processors every request pays for waking the other one; with several requests in
 // flight the server goes from one to the next (measured unpinned on one machine, the whole dump:
-// 6.4-8.3 s with only the counts shared out and the opening left to the caller, 3.5-4.7 s with
-// every visit shared; pinned to one processor 3.3-3.6 s either way). The threads wait on the
+// 12 s asking alone, 6.4-8.3 s with only the counts shared out, 2.2-2.7 s with every visit shared
+// by six threads). The threads wait on the
 // process's own lock and condition variable, which need no server round trip; where those calls
 // are missing the caller visits alone.
 class SavePlan {
