@@ -1,9 +1,4 @@
 // Snapshot creation end to end under Wine: real profile, real files, real index file.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
 #include <tuple>
 
 #include "drivers/create.h"
@@ -16,11 +11,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::NoCr;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -80,7 +71,9 @@ class Creation : public ::testing::Test {
   EngineSandbox box_;
 };
 
-TEST_F(Creation, SnapshotFromAProfile) {
+// The undo base has no machine or directory sections. (Replacing the previous undo base, and what
+// it may delete, is checked with the safety tests.)
+TEST_F(Creation, SnapshotFromAProfileAndItsUndoBase) {
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("DAILY.GCF").c_str(), "First look"), 0u);
   // Without keys or assets: empty sections, no registry dump, no save folder left behind.
   EXPECT_EQ(Skeleton(0), Expected("First look", "0", 0));
@@ -89,17 +82,20 @@ TEST_F(Creation, SnapshotFromAProfile) {
   // Companions are byte-identical copies, the binary file's too.
   EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\app0000.BSE")), ReadWholeFile(box_.file("watched\\app.ini")));
   EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\blob0000.BSE")), std::string("\0\1\2\3", 4));
+  SnapshotRecord* rec = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(Index(0).c_str(), rec), 0);
+  ASSERT_EQ(CreateUndoBaseSnapshot(rec, nullptr, 0), 0u);
+  FreeSnapshotRecord(rec);
+  EXPECT_EQ(Skeleton(1), Expected("Undo Base File", "16384", 1, true));
+  EXPECT_EQ(box_.UndoBase(), "BASE0001.BCF");
+  EXPECT_EQ(Skeleton(0), Expected("First look", "0", 0));
 }
 
 TEST_F(Creation, FlagsCountersAndProfileLookup) {
   SetProfileSourceLocation(box_.dir().c_str());
   SetSnapshotDestinationLocation(box_.dir().c_str());
   SetDefaultProfile(box_.file("DAILY.GCF").c_str());
-  struct Row {
-    unsigned long (*create)();
-    const char* description;  // a null description takes the profile's
-    const char* flags;
-  } rows[] = {
+  const struct { unsigned long (*create)(); const char *description, *flags; } rows[] = {  // null: the profile's
       {[] { return CreateSnapshotFromDefaultProfile(nullptr); }, "Daily check", "0"},
       {[] { return CreateScheduledSnapshotFromDefaultProfile("s"); }, "s", "8192"},
       {[] { return CreateScheduledSnapshotFromSpecifiedProfile("DAILY.GCF", "s"); }, "s", "8192"},
@@ -159,39 +155,6 @@ TEST_F(Creation, ResultCodesAndMissingFolders) {
   EXPECT_FALSE(FileExists(box_.file("NIMBRA")));
   FreeSnapshotRecord(rec);
   FreeProfile(profile);
-}
-
-// (Replacing the previous undo base, and what it may delete, is checked with the safety tests.)
-TEST_F(Creation, UndoBaseHasNoMachineOrDirectorySections) {
-  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("DAILY.GCF").c_str(), "to restore"), 0u);
-  SnapshotRecord* rec = NewSnapshotRecord();
-  ASSERT_EQ(LoadSnapshot(Index(0).c_str(), rec), 0);
-  ASSERT_EQ(CreateUndoBaseSnapshot(rec, nullptr, 0), 0u);
-  EXPECT_EQ(Skeleton(1), Expected("Undo Base File", "16384", 1, true));
-  EXPECT_EQ(box_.UndoBase(), "BASE0001.BCF");
-  EXPECT_EQ(Skeleton(0), Expected("to restore", "0", 0));
-  FreeSnapshotRecord(rec);
-}
-
-TEST(SystemFileTokens, OnlyWindowsAndSystemAreKnown) {
-  EngineSandbox box;
-  char windows[MAX_PATH], system[MAX_PATH];
-  GetWindowsDirectoryA(windows, MAX_PATH);
-  GetSystemDirectoryA(system, MAX_PATH);
-  const std::pair<const char*, std::string> rows[] = {
-      {"<windows>\\WIN.INI", std::string(windows) + "\\WIN.INI"},
-      {"<WINDOWS>\\SYSTEM.INI", std::string(windows) + "\\SYSTEM.INI"},
-      {"<System>\\drivers\\etc\\hosts", std::string(system) + "\\drivers\\etc\\hosts"},
-      {"<temp>\\X.INI", ""},
-      {"<windows\\no-close", ""},
-      {"<windows><system>\\x", ""}};  // the token runs to the last ">"
-  for (const auto& [in, expected] : rows) {
-    char out[MAX_PATH] = "";
-    EXPECT_EQ(ResolvePathToken(in, out), expected.empty() ? 0 : 1) << in;
-    if (!expected.empty()) {
-      EXPECT_EQ(std::string(out), expected);
-    }
-  }
 }
 
 }  // namespace

@@ -1,15 +1,7 @@
 // Every export that writes files, swept with the fault plan: each fallible seam entry it calls fails
 // at each of its calls in turn, and every run must end with a proper result, no leaked memory or
 // open file, and either no trace of the operation or its complete result.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <functional>
 #include <set>
-#include <vector>
-#include <string>
 
 #include "drivers/create.h"
 #include "drivers/delete.h"
@@ -21,12 +13,7 @@
 #include "tests/support/fault_plan.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FaultPlan;
-using orvalis_test::FileExists;
-using orvalis_test::ListDir;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -106,11 +93,7 @@ class Safety : public ::testing::Test {
 TEST_F(Safety, CreationKeepsAWholeSnapshotOrNothing) {
   const std::set<std::string> before = Files();
   Sweep(
-      "snapshot",
-      [&] {
-        ResetLog();
-        return CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "swept");
-      },
+      "snapshot", [&] { return ResetLog(), CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "swept"); },
       [&](unsigned long rc, const std::string& where) {
         EXPECT_TRUE(rc == 0 || rc == 8) << where << ": result " << rc;
         const auto made = Snapshots();
@@ -173,8 +156,7 @@ TEST_F(Safety, UndoBaseDeletesOnlyAnUndoBase) {
 
 TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "original"), 0u);
-  const std::string index = box_.file("BASE0000.BCF");
-  const std::string original = ReadWholeFile(index);
+  const std::string index = box_.file("BASE0000.BCF"), original = ReadWholeFile(index);
   const std::set<std::string> before = Files();
   // A description longer than a line, and with a line break, is cut to what one line holds.
   const std::string longName = std::string(700, 'd') + "\nsecond line";
@@ -205,11 +187,9 @@ TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
         },
         [&] { DeleteFileA(out.c_str()); });
   };
-  const std::string ini = box_.file("watched\\app.ini");
-  const std::string dir = box_.file("watched");
+  const std::string ini = box_.file("watched\\app.ini"), dir = box_.file("watched");
   documents("file document", [&] { return CompareFilestoXML("BASE0000.BCF", nullptr, ini.c_str(), out.c_str(), 1); });
-  documents("directory document",
-            [&] { return CompareDirtoXML("BASE0000.BCF", nullptr, dir.c_str(), out.c_str(), 1); });
+  documents("directory document", [&] { return CompareDirtoXML("BASE0000.BCF", nullptr, dir.c_str(), out.c_str(), 1); });
 
   Sweep(
       "delete", [&] { return DeleteSnapshot("BASE0000.BCF"); },
@@ -230,10 +210,7 @@ TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
 // Each row writes an index file by hand whose records name companions outside the data folder
 // or the folder itself; deleting it must touch nothing but its own index file.
 TEST_F(Safety, CompanionNamesOutsideTheDataFolderAreNeverUsed) {
-  struct Row {
-    const char* name;
-    const char* records;
-  } rows[] = {
+  const struct { const char *name, *records; } rows[] = {
       {"file copy up", "[FILEINFO_START]\nC:\\a.ini,..\\victim.txt,0,0\n[FILEINFO_END]\n"},
       {"file copy dot", "[FILEINFO_START]\nC:\\a.ini,.,0,0\n[FILEINFO_END]\n"},
       {"file copy absolute", "[FILEINFO_START]\nC:\\a.ini,VICTIMDIR\\victim.txt,0,0\n[FILEINFO_END]\n"},
@@ -242,7 +219,7 @@ TEST_F(Safety, CompanionNamesOutsideTheDataFolderAreNeverUsed) {
       {"NT folder dot", "[REGNT_START]\nHKLM\\x,.\n[REGNT_END]\n"},
       {"NT folder up", "[REGNT_START]\nHKLM\\x,..\n[REGNT_END]\n"},
   };
-  for (const Row& r : rows) {
+  for (const auto& r : rows) {
     WriteWholeFile(box_.file("victim.txt"), "mine");
     CreateDirectoryA(box_.file("NIMBRA\\VICTIMDIR").c_str(), nullptr);
     WriteWholeFile(box_.file("NIMBRA\\VICTIMDIR\\victim.txt"), "mine");

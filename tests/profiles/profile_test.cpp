@@ -1,19 +1,11 @@
 // Profiles under Wine: groups, tags, the text-file test, writing back, and the list document.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "engine/sys.h"
 #include "exports/exports.h"
+#include "items/sysfiles/sysfiles.h"
 #include "profiles/profile.h"
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -84,21 +76,22 @@ TEST(Profile, MarkersAreWholeLinesWithoutRegardToCase) {
   EXPECT_EQ(Count(r.p->files), 1);  // an unclosed files group keeps what it read
 }
 
-TEST(Profile, FolderTags) {
+// A profile's folder tag runs to the last ">", and all but <windows> mean the system folder; a system
+// file's path token (at snapshot time) is <windows> or <system>, anything else is refused ("").
+TEST(Profile, FolderTagsAndSystemFileTokens) {
   EngineSandbox box;
-  struct Row {
-    const char* in;
-    std::string out;
-  } rows[] = {{"<windows>\\system.ini", Folder(GetWindowsDirectoryA) + "\\system.ini"},
-              {"<WINDOWS>\\SYSTEM.INI", Folder(GetWindowsDirectoryA) + "\\SYSTEM.INI"},
-              {"<system>\\x.ini", Folder(GetSystemDirectoryA) + "\\x.ini"},
-              {"<anything at all>\\x.ini", Folder(GetSystemDirectoryA) + "\\x.ini"},
-              {"<windows\\no-close.ini", "<windows\\no-close.ini"},
-              {"C:\\plain.ini", "C:\\plain.ini"}};
-  for (const Row& r : rows) {
-    char out[MAX_PATH];
-    ExpandFolderTag(r.in, out);
-    EXPECT_EQ(std::string(out), r.out) << r.in;
+  const std::string w = Folder(GetWindowsDirectoryA), s = Folder(GetSystemDirectoryA);
+  const struct { const char* in; std::string tag, token; } rows[] = {
+      {"<windows>\\WIN.INI", w + "\\WIN.INI", w + "\\WIN.INI"}, {"<WINDOWS>\\x", w + "\\x", w + "\\x"},
+      {"<System>\\drivers\\etc\\hosts", s + "\\drivers\\etc\\hosts", s + "\\drivers\\etc\\hosts"},
+      {"<temp>\\X.INI", s + "\\X.INI", ""}, {"<windows><system>\\x", s + "\\x", ""},
+      {"<windows\\no-close.ini", "<windows\\no-close.ini", ""}, {"C:\\plain.ini", "C:\\plain.ini", ""}};
+  for (const auto& r : rows) {
+    char tag[MAX_PATH], token[MAX_PATH] = "";
+    ExpandFolderTag(r.in, tag);
+    EXPECT_EQ(tag, r.tag) << r.in;
+    EXPECT_EQ(ResolvePathToken(r.in, token), r.token.empty() ? 0 : 1) << r.in;
+    EXPECT_EQ(token, r.token) << r.in;
   }
 }
 
@@ -108,19 +101,14 @@ TEST(Profile, BadInputIsReadSafely) {
   std::string many = "many\n[GROUPDIRS_START]\n";
   for (int i = 0; i < 10000; ++i) many += "C:\\dir" + std::to_string(i) + "\n";
   many += "[GROUPDIRS_END]\n";
-  struct Row {
-    const char* name;
-    std::string text;
-    int rc;
-    int dirs;
-  } rows[] = {
+  const struct { const char* name; std::string text; int rc, dirs; } rows[] = {
       {"empty", "", -1, 0},
       {"no groups", "only a description\n", 0, 0},
       {"long lines", longLine + "\n[GROUPDIRS_START]\n" + longLine + "\n[GROUPDIRS_END]\n", 0, 4},
       {"binary", std::string("d\n[GROUPDIRS_START]\n\x01\xff\x00zz\n[GROUPDIRS_END]\n", 42), 0, 1},
       {"ten thousand", many, 0, 10000},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     WriteWholeFile(box.file("B.GCF"), row.text);
     Read r(box.file("B.GCF"));
@@ -150,12 +138,6 @@ TEST(Profile, WriteBackDropsMissingFiles) {
   EXPECT_EQ(WriteProfile(r.p, "Q:\\no\\such\\folder\\"), -1);
 }
 
-std::string g_caption;
-int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR caption, UINT) {
-  g_caption = std::string(text) + "|" + caption;
-  return IDOK;
-}
-
 TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {
   EngineSandbox box;
   const std::string head = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n";
@@ -167,9 +149,9 @@ TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {
   EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
             head + "  <PROFILES>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n    <FILE>A.GCF</FILE>\r\n"
                    "  </PROFILES>\r\n</PROFILELIST>\r\n");
-  orvalis::Sys().MessageBoxA = CaptureBox;
+  const std::string& shown = box.CaptureMessageBoxes();
   EXPECT_EQ(GetProfileList("Q:\\no\\such\\folder", "list.xml"), 1u);
-  EXPECT_EQ(g_caption, "open failed|Q:\\no\\such\\folder\\list.xml");
+  EXPECT_EQ(shown, "open failed|Q:\\no\\such\\folder\\list.xml");
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #define _WIN32_WINNT 0x0600
 #include "tests/support/engine_sandbox.h"
 
-#include <cstdio>
 #include <cstring>
 #include <random>
 
@@ -18,6 +17,12 @@ namespace {
 
 std::string g_modulePath;
 std::string g_windowsFolder;
+std::string g_messageBox;
+
+int WINAPI SandboxMessageBox(HWND, LPCSTR text, LPCSTR title, UINT) {
+  g_messageBox = std::string(text) + "|" + title;
+  return IDOK;
+}
 
 UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
   lstrcpynA(out, g_windowsFolder.c_str(), static_cast<int>(size));
@@ -111,6 +116,12 @@ void EngineSandbox::SetOrvalis(const char* key, const char* value) {
   WritePrivateProfileStringA("ORVALIS", key, value, file("ORVALIS.INI").c_str());
 }
 
+const std::string& EngineSandbox::CaptureMessageBoxes() {
+  g_messageBox.clear();
+  orvalis::Sys().MessageBoxA = SandboxMessageBox;
+  return g_messageBox;
+}
+
 void EngineSandbox::MakeDirs(std::initializer_list<const char*> names) const {
   for (const char* n : names) CreateDirectoryA(file(n).c_str(), nullptr);
 }
@@ -121,6 +132,13 @@ std::string EngineSandbox::UndoBase() const {
   char v[MAX_PATH];
   orvalis::ReadOrvalisString("UNDOBASE", "", v, sizeof v);
   return v;
+}
+
+std::string IndexSection(const std::string& index, const std::string& name) {
+  const std::string start = "[" + name + "_START]\r\n";
+  const size_t a = index.find(start);
+  if (a == std::string::npos) return "<none>";
+  return index.substr(a + start.size(), index.find("[" + name + "_END]") - a - start.size());
 }
 
 TestKey::TestKey(const char* tag) {

@@ -7,15 +7,16 @@
 #pragma once
 #include <windows.h>
 
-#include <initializer_list>
-#include <string>
-
 #include "tests/support/test_support.h"
 
 namespace orvalis_test {
 
 // The build's bin folder (HALVERN.DLL and the companion libraries) as a Windows path.
 std::string BinDir();
+// CTest runs some exes twice, once with Wine playing Windows 98 (ORVALIS_WINVER=win98).
+inline bool OnWindows9x() { return (GetVersion() & 0x80000000u) != 0; }
+// The lines between [NAME_START] and [NAME_END] of an index file's text, "<none>" without them.
+std::string IndexSection(const std::string& index, const std::string& name);
 
 class EngineSandbox {
  public:
@@ -48,8 +49,10 @@ class EngineSandbox {
   // Takes the registry and asset libraries out of the module folder again (the sandbox puts them
   // there, as every snapshot needs them).
   void RemoveCompanionLibraries();
-  // Writes [section] key=value into ORVALIS.INI of the module folder.
+  // Writes [ORVALIS] key=value into ORVALIS.INI of the module folder.
   void SetOrvalis(const char* key, const char* value);
+  // The seam's MessageBoxA answers IDOK at once; the text given shows the last box as "text|title".
+  const std::string& CaptureMessageBoxes();
 
  private:
   ScratchDir scratch_;

@@ -78,4 +78,12 @@ std::string NoCr(std::string text) {
   return text;
 }
 
+std::string WrittenBy(const std::function<void(FILE*)>& write) {
+  ScratchDir dir;
+  FILE* f = std::fopen(dir.file("out.txt").c_str(), "w");
+  write(f);
+  std::fclose(f);
+  return ReadWholeFile(dir.file("out.txt"));
+}
+
 }  // namespace orvalis_test
