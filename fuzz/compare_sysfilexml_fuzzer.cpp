@@ -46,14 +46,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (char* p = item.path; *p; ++p)
     if (*p == '\n') *p = '_';
   if (mark) data += nameLen + 1, size -= nameLen + 1;
-
   orvalis_fuzz::Copies copies(data, size);
   if (!copies.ok()) return 0;
   if (ini)
     orvalis::CompareIniFiles(copies.newer, copies.older, &item.sections);
   else
     orvalis::CompareTextLines(copies.newer, copies.older, orvalis::kLookAheadDepth, &item.lines);
-
   char* text = nullptr;
   size_t textSize = 0;
   FILE* out = open_memstream(&text, &textSize);
@@ -62,7 +60,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fclose(out);
   std::vector<std::string> lines = SplitLines(std::string(text, textSize));
   std::free(text);
-
   size_t i = 0;
   Expect(lines.size() >= 5);
   Expect(lines[i++] == "<?xml version = \"1.0\"?>");

@@ -13,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   char buf[256];
   while (std::fgets(buf, sizeof buf, copies.older)) ++olderRecords;
   std::rewind(copies.older);
-
   orvalis::LineChange* list = nullptr;
   int differs = orvalis::CompareTextLines(copies.newer, copies.older, orvalis::kLookAheadDepth, &list);
   int expectNumber = 1;

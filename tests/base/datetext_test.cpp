@@ -1,9 +1,8 @@
 // Date and time text in the locale's three orders, and the formatter's kept quirks.
-#include <gtest/gtest.h>
-
 #include <cstring>
 
 #include "base/datetext.h"
+#include "tests/support/test_support.h"
 
 using namespace orvalis;
 

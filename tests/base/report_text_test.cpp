@@ -2,14 +2,14 @@
 // rendering and its kept oddities, the masks of a sorted report.
 #include "base/report_text.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <cstring>
 #include <deque>
-#include <string>
+
+#include "tests/support/test_support.h"
 
 using namespace orvalis;
+using orvalis_test::NoCr;
+using orvalis_test::WrittenBy;
 
 namespace {
 
@@ -40,13 +40,7 @@ struct Trees {
 };
 
 std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = true) {
-  FILE* f = std::tmpfile();
-  PrintChangeTree(f, root, TreeReportOptions{sorted, truncate});
-  std::string out(static_cast<size_t>(std::ftell(f)), '\0');
-  std::rewind(f);
-  out.resize(std::fread(out.data(), 1, out.size(), f));
-  std::fclose(f);
-  return out;
+  return NoCr(WrittenBy([&](FILE* f) { PrintChangeTree(f, root, TreeReportOptions{sorted, truncate}); }));
 }
 
 TEST(ReportTree, KeysValuesAndTheirRenderings) {

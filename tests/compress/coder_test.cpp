@@ -1,16 +1,12 @@
 // The implode/explode coders through their callback interface.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "compress/explode.h"
 #include "compress/implode.h"
 #include "compress/implode_codes.h"
+#include "tests/support/test_support.h"
 
 namespace {
 

@@ -2,11 +2,7 @@
 // on, and the checked expansion that reports them instead.
 #include "compress/filecodec.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
-#include <string>
-#include <vector>
 
 #include "base/io.h"
 #include "compress/crc32.h"

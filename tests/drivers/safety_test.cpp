@@ -174,7 +174,6 @@ TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
         EXPECT_EQ(Files(), before) << where << ": the rewrite left a file behind";
       },
       [&] { WriteWholeFile(index, original); });
-
   const std::string out = box_.file("doc.xml");
   auto documents = [&](const char* what, std::function<unsigned long()> op) {
     Sweep(
@@ -190,7 +189,6 @@ TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
   const std::string ini = box_.file("watched\\app.ini"), dir = box_.file("watched");
   documents("file document", [&] { return CompareFilestoXML("BASE0000.BCF", nullptr, ini.c_str(), out.c_str(), 1); });
   documents("directory document", [&] { return CompareDirtoXML("BASE0000.BCF", nullptr, dir.c_str(), out.c_str(), 1); });
-
   Sweep(
       "delete", [&] { return DeleteSnapshot("BASE0000.BCF"); },
       [&](unsigned long rc, const std::string& where) {

@@ -1,10 +1,4 @@
 // The engine frame under Wine, against the real registry, INI, file, locale and string calls.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "engine/context.h"
 #include "engine/log.h"
 #include "engine/settings.h"
@@ -14,9 +8,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -47,11 +39,9 @@ TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
 }
 
 TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
-  struct Row {
-    const char* value;  // null: no key
-    const char* folder;
-  } rows[] = {{"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}, {nullptr, ""}};
-  for (const Row& r : rows) {
+  const struct { const char *value, *folder; } rows[] = {  // value null: no key
+      {"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}, {nullptr, ""}};
+  for (const auto& r : rows) {
     SCOPED_TRACE(r.value ? r.value : "no key");
     EngineSandbox box;
     if (r.value) box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
@@ -61,7 +51,7 @@ TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
   }
   // And the engine reads its settings from there.
   EngineSandbox box;
-  orvalis_test::ScratchDir work;
+  ScratchDir work;
   box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", work.path().c_str());
   WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", work.file("ORVALIS.INI").c_str());
   EXPECT_EQ(InitEngine(), 1);
@@ -72,19 +62,14 @@ TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
 
 TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
   EngineSandbox box;
-  using Getter = int (*)(char*);
-  using Setter = int (*)(const char*);
-  struct Row {
-    const char* name;
-    Getter get;
-    Setter set;
-  } rows[] = {{"ProfileSourceLocation", GetProfileSourceLocation, SetProfileSourceLocation},
-              {"ProfileDestinationLocation", GetProfileDestinationLocation, SetProfileDestinationLocation},
-              {"SnapshotSourceLocation", GetSnapshotSourceLocation, SetSnapshotSourceLocation},
-              {"SnapshotDestinationLocation", GetSnapshotDestinationLocation, SetSnapshotDestinationLocation}};
-  for (const Row& r : rows) EXPECT_EQ(Str(r.get), box.dir()) << r.name;
-  EXPECT_FALSE(orvalis_test::FileExists(box.file("ENGINE.INI")));
-  for (const Row& r : rows) {
+  const struct { const char* name; int (*get)(char*); int (*set)(const char*); } rows[] = {
+      {"ProfileSourceLocation", GetProfileSourceLocation, SetProfileSourceLocation},
+      {"ProfileDestinationLocation", GetProfileDestinationLocation, SetProfileDestinationLocation},
+      {"SnapshotSourceLocation", GetSnapshotSourceLocation, SetSnapshotSourceLocation},
+      {"SnapshotDestinationLocation", GetSnapshotDestinationLocation, SetSnapshotDestinationLocation}};
+  for (const auto& r : rows) EXPECT_EQ(Str(r.get), box.dir()) << r.name;
+  EXPECT_FALSE(FileExists(box.file("ENGINE.INI")));
+  for (const auto& r : rows) {
     SCOPED_TRACE(r.name);
     EXPECT_EQ(r.set("D:\\Snaps"), 0);
     EXPECT_EQ(Str(r.get), "D:\\Snaps");
@@ -106,7 +91,7 @@ TEST(Settings, DefaultProfileScanTakesTheLastFileEnumerated) {
 TEST(Log, ResetEmptiesTheFileAndAFailedOpenIsSkippedSilently) {
   EngineSandbox box;
   WriteLog("before any reset");  // no log path yet: nothing is written anywhere
-  EXPECT_FALSE(orvalis_test::FileExists(box.file("halvern.log")));
+  EXPECT_FALSE(FileExists(box.file("halvern.log")));
   ResetLog();
   WriteLog("one");
   WriteLogF("two %d", 2);
@@ -120,13 +105,11 @@ TEST(Log, ResetEmptiesTheFileAndAFailedOpenIsSkippedSilently) {
 }
 
 TEST(Log, TheUninstallersArgumentIsTheLogFolder) {
-  orvalis_test::ScratchDir logs;
-  struct Row {
-    std::string uninstall;
-    std::string logPath;
-  } rows[] = {{"C:\\Orvalis\\unwise.exe " + logs.path(), logs.file("halvern.log")},
-              {"C:\\Orvalis\\unwise.exe", "\\halvern.log"}};  // no argument: no folder, kept as it is
-  for (const Row& r : rows) {
+  ScratchDir logs;
+  const struct { std::string uninstall, logPath; } rows[] = {
+      {"C:\\Orvalis\\unwise.exe " + logs.path(), logs.file("halvern.log")},
+      {"C:\\Orvalis\\unwise.exe", "\\halvern.log"}};  // no argument: no folder, kept as it is
+  for (const auto& r : rows) {
     EngineSandbox box;
     box.SetHklmString(kUninstallKey, "UninstallString", r.uninstall.c_str());
     ResetLog();
@@ -148,18 +131,14 @@ int WINAPI FakeLocaleInfo(LCID, LCTYPE type, LPSTR out, int size) {
 
 // The library is released on purpose at every thread notification, never on process detach.
 TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
-  struct Row {
-    const char* language;
-    const char* present;  // file placed beside the test as a language library
-    const char* text1360;
-    DWORD release;
-  } rows[] = {
+  // present: the file placed beside the test as a language library
+  const struct { const char *language, *present, *text1360; DWORD release; } rows[] = {
       {"DEU", "DEUOV32.DLL", "Prozessor", DLL_THREAD_ATTACH},
       {"DES", "DEAOV32.DLL", "Prozessor", DLL_THREAD_DETACH},  // "DESOV32" missing: retried as "DEAOV32"
       {"ENU", nullptr, "Processor", DLL_THREAD_ATTACH},  // no English library: own module, then TAMBRELL
       {"FRAX", nullptr, "Processor", DLL_THREAD_DETACH},  // only three characters are used
   };
-  for (const Row& r : rows) {
+  for (const auto& r : rows) {
     SCOPED_TRACE(r.language);
     EngineSandbox box;
     box.CopyFromBin("TAMBRELL.DLL");
@@ -176,13 +155,12 @@ TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
     EXPECT_EQ(State().languageLibrary, lib);
     HandleLibraryEntry(State().instance, r.release);
     EXPECT_EQ(State().languageLibrary, nullptr);
-    if (r.present) {
-      EXPECT_EQ(GetModuleHandleA(r.present), nullptr);  // really unloaded
-    }
+    EXPECT_TRUE(!r.present || !GetModuleHandleA(r.present));  // really unloaded
   }
 }
 
-TEST(Strings, TambrellFallbackAndMissingIds) {
+// (The error box's text and title are pinned through the document exports.)
+TEST(Strings, TambrellFallbackMissingIdsAndTheBoundedErrorBox) {
   EngineSandbox box;
   char text[256] = "junk";
   EXPECT_EQ(LoadEngineString(nullptr, 1360, text, sizeof text), 0);  // no TAMBRELL.DLL yet
@@ -192,17 +170,9 @@ TEST(Strings, TambrellFallbackAndMissingIds) {
   char small[5];
   EXPECT_EQ(LoadEngineString(nullptr, 1541, small, sizeof small), 4);  // cut to the buffer
   EXPECT_STREQ(small, "Syst");
-}
-
-std::string g_boxText;
-int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR, UINT) { return g_boxText = text, IDOK; }
-
-// (Its text and title are pinned through the document exports.)
-TEST(Strings, DestinationErrorBoxIsBounded) {
-  EngineSandbox box;
-  Sys().MessageBoxA = CaptureBox;
+  const std::string& shown = box.CaptureMessageBoxes();
   ShowDestinationError(std::string(400, 'x').c_str());
-  EXPECT_LT(g_boxText.size(), 400u);
+  EXPECT_LT(shown.find('|'), 400u);
 }
 
 }  // namespace

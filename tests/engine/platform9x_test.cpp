@@ -1,10 +1,6 @@
 // The Windows 95/98 and NT paths of the engine. CTest runs this file twice: once in an exe that
 // Wine tells it is on Windows 98 and once as Windows XP; each check expects the path of the
 // platform the exe was started as.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include "engine/context.h"
 #include "engine/sys.h"
 #include "items/sysinfo/sysinfo.h"
@@ -12,12 +8,9 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
-
-bool OnWindows9x() { return (GetVersion() & 0x80000000u) != 0; }
 
 TEST(Platform, TheLibraryEntryTakesThePlatformFromGetVersion) {
   EngineSandbox box;

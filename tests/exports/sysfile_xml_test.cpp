@@ -1,11 +1,4 @@
 // The system-file difference document end to end under Wine: real snapshots of a real file.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "engine/sys.h"
 #include "exports/exports.h"
 #include "tests/support/engine_sandbox.h"
 
@@ -31,9 +24,10 @@ class SysFileXml : public ::testing::Test {
 
 // Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
 // older side: the file is "not in the newer snapshot", a message, so TEXT is empty); the live file
-// against itself.
-TEST_F(SysFileXml, Documents) {
-  const std::string out = box_.file("out.xml");
+// against itself. A row without a body is refused with 87 and no document: the file in neither or
+// only the older snapshot, no older snapshot and no live side, a missing snapshot.
+TEST_F(SysFileXml, DocumentsAndResultCodes) {
+  const std::string out = box_.file("out.xml"), other = box_.file("other.ini");
   const struct { const char *older, *newer; const std::string& file; int live; std::string body; } rows[] = {
       {"BASE0000.BCF", "BASE0001.BCF", ini_, 0,
        "    <INI>\r\n    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
@@ -47,38 +41,22 @@ TEST_F(SysFileXml, Documents) {
        "   <ENTRIES>      <LINE><![CDATA[ver]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </TEXT>\r\n"},
       {"BASE0001.BCF", nullptr, txt_, 0, "    <TEXT>\r\n    </TEXT>\r\n"},
       {nullptr, nullptr, ini_, 1, "    <INI>\r\n    </INI>\r\n"},
-  };
+      {"BASE0000.BCF", nullptr, other, 1, ""}, {"BASE0000.BCF", "BASE0001.BCF", other, 0, ""},
+      {nullptr, "BASE0001.BCF", ini_, 0, ""}, {"BASE0009.BCF", nullptr, ini_, 1, ""}};
   WriteWholeFile(txt_, "@echo off\nrem <done>\nver\n");
   for (const auto& r : rows) {
-    ASSERT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), 0u) << r.body;
-    EXPECT_EQ(ReadWholeFile(out), "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n<SYSFILE>\r\n"
-                                  "  <FILENAME><![CDATA[" + r.file + "]]></FILENAME>\r\n" + r.body + "</SYSFILE>\r\n");
+    SCOPED_TRACE(testing::Message() << (r.older ? r.older : "-") << " " << (r.newer ? r.newer : "-") << " " << r.file);
+    DeleteFileA(out.c_str());
+    ASSERT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), r.body.empty() ? 87u : 0u);
+    if (r.body.empty()) EXPECT_FALSE(FileExists(out));
+    else EXPECT_EQ(ReadWholeFile(out), "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n"
+                                       "<SYSFILE>\r\n  <FILENAME><![CDATA[" + r.file + "]]></FILENAME>\r\n" + r.body +
+                                       "</SYSFILE>\r\n");
   }
-}
-
-std::string g_box;
-int WINAPI CaptureBox(HWND, LPCSTR text, LPCSTR title, UINT) {
-  g_box = std::string(text) + "|" + title;
-  return IDOK;
-}
-
-TEST_F(SysFileXml, ResultCodes) {
-  const std::string out = box_.file("out.xml");
-  // Each refused with 87 and no document.
-  const struct { const char *name, *older, *newer; std::string file; int live; } rows[] = {
-      {"file not in the snapshot", "BASE0000.BCF", nullptr, box_.file("other.ini"), 1},
-      {"file not in the newer", "BASE0000.BCF", "BASE0001.BCF", box_.file("other.ini"), 0},
-      {"no older and not live", nullptr, "BASE0001.BCF", ini_, 0},
-      {"missing snapshot", "BASE0009.BCF", nullptr, ini_, 1},
-  };
-  for (const auto& r : rows) {
-    EXPECT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), 87u) << r.name;
-    EXPECT_FALSE(FileExists(out)) << r.name;
-  }
-  orvalis::Sys().MessageBoxA = CaptureBox;
+  const std::string& shown = box_.CaptureMessageBoxes();
   const std::string bad = box_.file("no\\such\\dir\\out.xml");
   EXPECT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini_.c_str(), bad.c_str(), 0), 2u);
-  EXPECT_EQ(g_box, "Destination file is invalid (" + bad + ")|Orvalis Engine Error");
+  EXPECT_EQ(shown, "Destination file is invalid (" + bad + ")|Orvalis Engine Error");
 }
 
 }  // namespace

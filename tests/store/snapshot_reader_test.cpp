@@ -1,16 +1,9 @@
 // Reading snapshot index files of every format version, and bad input.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstring>
-#include <string>
-
 #include "store/snapshot.h"
 #include "tests/support/test_support.h"
 
 using namespace orvalis;
-using orvalis_test::ScratchDir;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 

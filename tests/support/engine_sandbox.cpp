@@ -57,10 +57,8 @@ EngineSandbox::EngineSandbox() {
   s.instance = GetModuleHandleA(nullptr);
   s.isWindowsNT = (GetVersion() & 0x80000000u) ? 0 : 1;
   orvalis::InstallWindowsDateLocale();
-
   g_modulePath = scratch_.file("HALVERN.DLL");
   orvalis::Sys().GetModuleFileNameA = SandboxModuleFileName;
-
   std::random_device rd;
   char name[64];
   std::snprintf(name, sizeof name, "Software\\OrvalisTest\\%08x%08x", rd(), rd());

@@ -1,10 +1,5 @@
 // The portable half of CORVID.DLL, natively: damaged companions and indexes go through the sanitizers.
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "base/io.h"
 #include "companions/corvid/assetstore.h"

@@ -1,16 +1,8 @@
 // CORVID.DLL through its exported entry points, against real folders under Wine.
-#include <windows.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "base/companion_api.h"
 #include "base/io.h"
@@ -234,7 +226,6 @@ TEST_F(Corvid, ComparisonAndRestoreOfAChangedOrRemovedFolder) {
                      "O sub\\deeper\\z.txt", "T plain.txt", "T ro.txt", "T sub\\deep.bin", "T time.txt"}));
     EXPECT_NE(tree->flags & kChangeBelow, 0);
   }
-
   bool listed = true;
   EXPECT_EQ(Restore(AgainstLive(app_, 0x1000, "AST0001.OVA"), &listed), 0);
   EXPECT_FALSE(listed);
@@ -245,7 +236,6 @@ TEST_F(Corvid, ComparisonAndRestoreOfAChangedOrRemovedFolder) {
   Lines left = ListDir(app_);
   for (std::string& n : left) CharLowerA(n.data());  // whether Wine renamed Case.TXT is its own affair
   EXPECT_EQ(Sorted(left), (Lines{"case.txt", "empty.txt", "plain.txt", "ro.txt", "sub", "time.txt"}));
-
   SetFileAttributesA((app_ + "\\ro.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
   std::filesystem::remove_all(app_);
   int liveRc = 0;
@@ -324,7 +314,6 @@ TEST_F(Corvid, DamagedCompanionsAndIndexesGiveAnErrorAndAreLeftAsTheyAre) {
   }
   freeTree_(nullptr);
   freeChanges_(nullptr);
-
   // An index that exists but cannot be opened must not be taken for a missing (empty) one: that would
   // replace every other snapshot's records with the capture's own.
   ASSERT_EQ(Snap(app_, 0x2000, "AST0001.OVA"), 0);

@@ -1,12 +1,6 @@
 // MARLOW.DLL as the engine loads and calls it, against the real registry under Wine, each test in
 // a private key HKCU\Software\OrvalisTest\<unique>.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "base/companion_api.h"
 #include "tests/companions/marlow/marlow_fixture.h"
@@ -153,7 +147,6 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
   for (int i = 0; i < 30 && deep; ++i) deep = Find(deep->children, ("d" + std::to_string(i)).c_str());
   EXPECT_TRUE(live->depth == 0 && deep && deep->depth == 30);
   m.free(live);
-
   std::string file;
   for (int compression : {0, 1024, 2048, 4096}) {
     file = dir.file("REG" + std::to_string(compression) + ".OVR");

@@ -1,10 +1,6 @@
 // The dump format of MARLOW.DLL, natively (under ASan and UBSan in the native preset).
 #include <algorithm>
 #include <cstring>
-#include <string>
-#include <utility>
-
-#include <gtest/gtest.h>
 
 #include "companions/marlow/regdump.h"
 #include "companions/marlow/regtree.h"

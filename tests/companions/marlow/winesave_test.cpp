@@ -1,11 +1,8 @@
 // The reader of Wine's own registry save text, natively: what the library takes from the server
 // in place of a walk, so a misread here is a wrong snapshot, and a text it is unsure of must be
 // refused whole (the library then walks).
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "companions/marlow/winesave.h"
+#include "tests/support/test_support.h"
 
 namespace {
 

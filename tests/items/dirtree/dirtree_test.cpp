@@ -1,13 +1,7 @@
 // Directory trees under Wine: capture, listings, comparison and the directory document.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
 
 #include "compress/crc32.h"
-#include "engine/context.h"
 #include "engine/filecodec_win.h"
 #include "engine/sys.h"
 #include "exports/exports.h"
@@ -15,10 +9,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 

@@ -1,11 +1,6 @@
 // System files natively: the line and INI comparisons, and the SYSFILE document.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
-#include <sstream>
 
 #include "base/io.h"
 #include "base/textutil.h"
@@ -222,17 +217,8 @@ TEST(CompareSystemFile, AllocationFailures) {
   }
 }
 
-// Text mode both ways, so the expected text is the same with and without CR LF translation.
-std::string Written(const std::function<void(FILE*)>& write) {
-  ScratchDir dir;
-  FILE* f = std::fopen(dir.file("out.xml").c_str(), "w");
-  write(f);
-  std::fclose(f);
-  std::ostringstream text;
-  text << std::ifstream(dir.file("out.xml")).rdbuf();
-  return text.str();
-}
-
+// Without carriage returns, so the expected text is the same with and without CR LF translation.
+std::string Written(const std::function<void(FILE*)>& write) { return NoCr(WrittenBy(write)); }
 std::string Escaped(const std::string& text, size_t length) {
   return Written([&](FILE* f) { WriteEscapedText(f, text.c_str(), length); });
 }

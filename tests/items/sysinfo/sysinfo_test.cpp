@@ -1,11 +1,5 @@
 // System information and drives under Wine, the processor behind a stand-in CPUID.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "engine/context.h"
 #include "engine/sys.h"
@@ -13,7 +7,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
+using namespace orvalis_test;
 
 namespace {
 
@@ -114,14 +108,6 @@ TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
   }
 }
 
-template <typename Write>
-std::string Written(const EngineSandbox& box, Write write) {
-  FILE* f = fopen(box.file("out.txt").c_str(), "w");
-  write(f);
-  fclose(f);
-  return orvalis_test::ReadWholeFile(box.file("out.txt"));
-}
-
 UINT WINAPI ThreeDrives(LPCSTR root) {
   return root[0] == 'A' ? DRIVE_REMOVABLE : root[0] == 'C' ? DRIVE_FIXED : root[0] == 'N' ? DRIVE_REMOTE
          : root[0] == 'Q' ? DRIVE_NO_ROOT_DIR : DRIVE_UNKNOWN;
@@ -144,7 +130,7 @@ TEST(Drives, SectionFromTheDriveCallsAndClusterArithmetic) {
   Sys().GetDiskFreeSpaceA = FixedSpace;
   Sys().WNetGetConnectionA = Connection;
   SnapshotRecord rec{};
-  EXPECT_EQ(Written(box, [&](FILE* f) { WriteDrivesSection(f, &rec); }),
+  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteDrivesSection(f, &rec); }),
             "[DRIVES_START]\r\nA,2,0,0,\r\nC,3,95977472,63995904,\r\nN,4,95977472,63995904,\\\\server\\share\r\n"
             "[DRIVES_END]\r\n");
   ClearSnapshotRecord(&rec);
@@ -174,7 +160,7 @@ TEST(SysInfoCompare, SectionsOfTheReport) {
   newer.sysInfo = Chain({{1, 5}, {2, 1}, {3, 131072}, {5, 0x00050000}, {16, 0, "Pentium II MMX"}});
   SysCompareResult r{};
   ASSERT_EQ(CompareSysInfo(&older, &newer, &r), 0);
-  EXPECT_EQ(Written(box, [&](FILE* f) { WriteSysInfoReport(f, &r); }),
+  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteSysInfoReport(f, &r); }),
             "System Information\r\n\r\n"
             "                  BASE0000.BCF  BASE0001.BCF\r\n"
             "  Coprocessor     Present       Present\r\n"
@@ -189,7 +175,6 @@ TEST(SysInfoCompare, SectionsOfTheReport) {
   r = {};
   FreeSysInfoList(older.sysInfo);
   FreeSysInfoList(newer.sysInfo);
-
   DriveEntry olderDrives[26] = {}, newerDrives[26] = {};
   olderDrives[2] = {DRIVE_FIXED, 1000, 2000, ""};
   newerDrives[2] = {DRIVE_FIXED, 900, 2000, ""};
@@ -203,7 +188,7 @@ TEST(SysInfoCompare, SectionsOfTheReport) {
   ASSERT_EQ(CompareDrives(&older, &newer, &r), 0);
   EXPECT_STREQ(r.newerLabel, "Tuesday, after the printer driv");  // the header's 31 characters
   lstrcpynA(r.newerLabel, "Tuesday", 32);
-  EXPECT_EQ(Written(box, [&](FILE* f) { WriteDrivesReport(f, &r); }),
+  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteDrivesReport(f, &r); }),
             "Drives\r\n\r\n"
             "      Monday       Tuesday     \r\n"
             "  C:  1000 KB free 900 KB free Fixed\r\n"
@@ -228,7 +213,7 @@ TEST(SysInfoXml, ElementsOfTheInformationDocument) {
   for (const auto& [cpu, text] : rows) {
     SysInfoItem* list = Chain({{1, 5}, {2, 1}, {3, 65536}, {5, 0x0004000A}});
     list->next->next->next->next = Chain(cpu);
-    const std::string doc = Written(box, [&](FILE* f) { WriteSysInfoXml(line, f, list); });
+    const std::string doc = WrittenBy([&](FILE* f) { WriteSysInfoXml(line, f, list); });
     EXPECT_NE(doc.find(std::string("      <CPU>") + text + "</CPU>\r\n"), std::string::npos) << doc;
     FreeSysInfoList(list);
   }
@@ -236,7 +221,7 @@ TEST(SysInfoXml, ElementsOfTheInformationDocument) {
   table[0] = {DRIVE_REMOVABLE, 0, 0, ""};
   table[13] = {DRIVE_REMOTE, 5, 10, "\\\\srv\\x"};
   table[17] = {DRIVE_RAMDISK, 1, 1, ""};
-  EXPECT_EQ(Written(box, [&](FILE* f) { WriteDrivesXml(line, f, table); }),
+  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteDrivesXml(line, f, table); }),
             "      <DRIVE>\r\n        <DRVNAME>A:</DRVNAME>\r\n        <DRVTYPE type=\"R\"/>\r\n"
             "        <DRVSPACE>Removable media</DRVSPACE>\r\n      </DRIVE>\r\n"
             "      <DRIVE>\r\n        <DRVNAME>N:</DRVNAME>\r\n        <DRVTYPE type=\"N\"/>\r\n"
