@@ -44,8 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint32_t options = 0, count = 0;
     corvid::FileRecord* records = nullptr;
     if (corvid::ReadAssetBlock(f, asset, folder, &options, &records, &count) == corvid::kOk) {
-      for (uint32_t i = 0; i < count; ++i)
-        if (!corvid::IsSafeRelativePath(records[i].path)) __builtin_trap();
+      for (uint32_t i = 0; i < count; ++i) if (!corvid::IsSafeRelativePath(records[i].path)) __builtin_trap();
       CheckTree(records, count);
     }
     orvalis::Io().free(records);

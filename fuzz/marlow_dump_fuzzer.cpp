@@ -26,14 +26,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!f) return 0;
   std::fwrite(data, 1, size, f);
   std::fclose(f);
-  struct Read {
-    uint32_t root;
-    const char* rest;
-  };
-  static const Read reads[] = {{0, ""}, {1, "Key1\\Sub"}, {3, "S-1-5-21-1\\Key0"}, {3, ""}, {marlow::kSavedKeyRoot, ""}};
+  static const struct { uint32_t root; const char* rest; } reads[] = {
+      {0, ""}, {1, "Key1\\Sub"}, {3, "S-1-5-21-1\\Key0"}, {3, ""}, {marlow::kSavedKeyRoot, ""}};
   marlow::DumpReader reader;
   if (reader.Open(InputPath()) != 0) return 0;
-  for (const Read& r : reads) {
+  for (const auto& r : reads) {
     ChangeNode* tree = nullptr;
     if (reader.ReadKey(r.root, r.rest, "k", "HKLM\\k", &tree) == 0) {
       ChangeNode* again = nullptr;

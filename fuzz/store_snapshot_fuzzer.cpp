@@ -18,9 +18,7 @@ namespace {
 
 char g_path[64];
 
-void Check(const char* text, size_t cap) {
-  if (std::strlen(text) >= cap) std::abort();
-}
+void Check(const char* text, size_t cap) { if (std::strlen(text) >= cap) std::abort(); }
 
 }  // namespace
 
@@ -43,8 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Check(e->name, sizeof e->name);
         Check(e->companion, sizeof e->companion);
       }
-    if (rec->drives)
-      for (int i = 0; i < 26; ++i) Check(rec->drives[i].netName, sizeof rec->drives[i].netName);
+    for (int i = 0; rec->drives && i < 26; ++i) Check(rec->drives[i].netName, sizeof rec->drives[i].netName);
     char stamp[64];
     if (FormatPackedDateTime(rec->time, stamp) >= 64) std::abort();
     FreeSnapshotRecord(rec);

@@ -31,8 +31,7 @@ TEST(DateText, ThreeOrdersPackedAndBrokenDownInALocaleReadOnce) {
       {2, "-", Pack(2001, 1, 2, 3, 4, 6), "101-01-02 03:04:03"},
       {2, "-", Pack(2000, 12, 31, 23, 59, 59), "100-12-31 23:59:29"},
       {7, "/", may30, "05/30/1999 13:37:25"},  // unknown order: month-day-year
-      {0, "/", 0, "00/00/1980 00:00:00"},      // callers test for 0 first
-  };
+      {0, "/", 0, "00/00/1980 00:00:00"}};  // callers test for 0 first
   char out[64];
   for (const Row& r : rows) {
     UseLocale(r.order, r.d, ":");

@@ -43,7 +43,7 @@ std::string Print(const ChangeNode* root, bool sorted = false, bool truncate = t
   return NoCr(WrittenBy([&](FILE* f) { PrintChangeTree(f, root, TreeReportOptions{sorted, truncate}); }));
 }
 
-TEST(ReportTree, KeysValuesAndTheirRenderings) {
+TEST(ReportTree, KeysValuesAndTheirRenderingsTruncatedOrNot) {
   Trees t;
   ChangeNode* root = t.Node(kKindKey | kChangeBelow, "Software");
   ChangeNode* sub = t.Node(kKindKey | kChangeNewer, "Added", root);
@@ -74,24 +74,21 @@ TEST(ReportTree, KeysValuesAndTheirRenderings) {
             " +   b17  1111111111111111...\n"
             " +   list  \"one\"\"two\"\n"
             " +   none\n");
-}
-
-TEST(ReportTree, LongValuesOverSeveralLinesWhenTruncationIsOff) {
-  Trees t;
-  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "K");
+  // Truncation off: a value's name, then its text in pieces; of binary data the first 16 bytes of
+  // every 32 (kept).
+  root = t.Node(kKindKey | kChangeBelow, "K");
   t.Value(root, kChangeNewer, "s", 1, std::string(100, 'a') + '\0');
   std::string bin;
   for (int i = 0; i < 40; ++i) bin += static_cast<char>(i);
   t.Value(root, kChangeNewer, "b", 3, bin);
   t.Value(root, kChangeNewer, "l", 7, "short" + std::string(1, '\0') + std::string(130, 'm') + '\0' + '\0');
-  // A value's name, then its text in pieces; of binary data the first 16 bytes of every 32 (kept).
   EXPECT_EQ(Print(root, false, false),
             "   [K]\n +   s\n +     " + std::string(64, 'a') + "\n +     " + std::string(36, 'a') + "\n"
             " +   b\n +     000102030405060708090A0B0C0D0E0F\n +     2021222324252627\n"
             " +   l\n +     \"short\"\n +     \"" + std::string(64, 'm') + "\n +     " + std::string(64, 'm') + "\n +     mm\"\n");
 }
 
-TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {
+TEST(ReportTree, FoldersFilesThePlainNameThatRepeatsTheLineBeforeAndSortedPasses) {
   Trees t;
   ChangeNode* root = t.Node(kKindName | kChangeBelow, "C:\\Fonts");
   ChangeNode* folder = t.Node(kKindFolder | kChangeBelow, "sub\\deep", root);
@@ -106,11 +103,8 @@ TEST(ReportTree, FoldersFilesAndThePlainNameThatRepeatsTheLineBefore) {
             "     [deep]\n"
             " -     a.ttf  05/30/2000 13:37:12, 1234\n"
             " +     a.ttf  05/30/2000 13:37:12, 1234\n");
-}
-
-TEST(ReportTree, SortedPassesRemovalsAdditionsChanges) {
-  Trees t;
-  ChangeNode* root = t.Node(kKindKey | kChangeBelow, "R");
+  // Sorted: removals, additions, changes, each pass under its own copy of the key.
+  root = t.Node(kKindKey | kChangeBelow, "R");
   t.Value(root, kChangeFrom, "c", 4, "");
   t.Value(root, kChangeNewer, "a", 4, "");
   t.Value(root, kChangeOlder, "r", 4, "");

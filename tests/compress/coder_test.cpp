@@ -156,8 +156,7 @@ TEST(Implode, OptimalLevelFindsTheSmallestStream) {
       {"2-byte copies at the limit", Patchwork(1500, 1, 20, 1024), kImplodeBinary, 1024},
       {"ascii literals", Patchwork(1500, 2, 20, 1024), kImplodeAscii, 1024},
       {"far copies 2048", Patchwork(2600, 3, 20, 2048), kImplodeBinary, 2048},
-      {"far copies 4096", Patchwork(4600, 4, 20, 4096), kImplodeAscii, 4096},
-  };
+      {"far copies 4096", Patchwork(4600, 4, 20, 4096), kImplodeAscii, 4096}};
   for (const auto& row : rows)
     EXPECT_EQ(Imploded(row.data, row.type, row.dict, {}, kImplodeOptimal).size(),
               ExhaustiveSize(row.data, row.type, row.dict)) << row.name;  // round trips below
@@ -184,8 +183,7 @@ TEST(Coders, RoundTripEveryModeAndDictionary) {
       {"never settles", unsettled, SIZE_MAX},
       {"run of 1035", std::string("q").append(1035, 'r'), SIZE_MAX},
       {"ends inside a copy", Text(5000) + Text(700), SIZE_MAX},
-      {"ends after a pair", Text(3000) + "ab" + Text(100) + "ab", SIZE_MAX},  // a 2-byte copy at the end
-  };
+      {"ends after a pair", Text(3000) + "ab" + Text(100) + "ab", SIZE_MAX}};  // a 2-byte copy at the end
   std::vector<unsigned char> work(kImplodeWorkSize + 1);
   const Area areas[] = {{work.data() + 1, kImplodeWorkSize, 7}, {work.data(), 36312, 4096}, {work.data(), 36312, 1}};
   int n = 0;
@@ -242,8 +240,7 @@ TEST(Explode, StreamsGiveTheirTextOrANamedVerdict) {
       {"dictionary 3", Hex("00 03 01 ff"), kExplodeBadDictionary, ""},
       {"dictionary 7", Hex("01 07 01 ff"), kExplodeBadDictionary, ""},
       {"distance one past output", stream(4, {{0, 'a'}, {0, 'b'}, {3, 3}}), kExplodeBadDistance, "ab"},
-      {"length 2 past output", stream(6, {{0, 'a'}, {2, 2}}), kExplodeBadDistance, "a"},
-  };
+      {"length 2 past output", stream(6, {{0, 'a'}, {2, 2}}), kExplodeBadDistance, "a"}};
   std::string out;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);

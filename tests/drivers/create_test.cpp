@@ -101,8 +101,7 @@ TEST_F(Creation, FlagsCountersAndProfileLookup) {
       {[] { return CreateScheduledSnapshotFromSpecifiedProfile("DAILY.GCF", "s"); }, "s", "8192"},
       {[] { return CreateInitialSnapshotFromDefaultProfile("i"); }, "i", "32768"},
       {[] { return CreateInitialSnapshotFromSpecifiedProfile("DAILY.GCF", "i"); }, "i", "32768"},
-      {[] { return CreateSnapshotFromSpecifiedProfile("DAILY.GCF", nullptr); }, "Daily check", "0"},
-  };
+      {[] { return CreateSnapshotFromSpecifiedProfile("DAILY.GCF", nullptr); }, "Daily check", "0"}};
   for (int n = 0; n < 6; ++n) {
     SCOPED_TRACE(n);
     ASSERT_EQ(rows[n].create(), 0u);

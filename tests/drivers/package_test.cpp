@@ -108,8 +108,7 @@ TEST_F(Packages, DamagedAndHostilePackagesLeaveNothingBehind) {
       {"empty", ""}, {"last byte missing", good.substr(0, good.size() - 1)}, {"flipped byte in the middle", flipped},
       {"wrong CRC", wrongCrc}, {"foreign", "PK\x03\x04 this is a zip, not a package of ours"},
       {"two index files", Package({{1, "", "BASE0000.BCF", index}, {1, "", "BASE0001.BCF", index}})},
-      {"folder named up", Package({{1, "", "BASE0000.BCF", index}, {3, "..", "k.sav", "x"}})},
-  };
+      {"folder named up", Package({{1, "", "BASE0000.BCF", index}, {3, "..", "k.sav", "x"}})}};
   // Entry names with a folder part, "..", a drive, or a device name with or without an extension.
   for (const char* name : {"sub\\X0000.BSE", "..", "C:X0000.BSE", "CON", "nul.txt", "COM1.BSE", "lpt1"})
     rows.emplace_back(name, Package({{1, "", "BASE0000.BCF", index}, {2, "", name, "x"}}));

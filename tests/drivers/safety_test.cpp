@@ -215,8 +215,7 @@ TEST_F(Safety, CompanionNamesOutsideTheDataFolderAreNeverUsed) {
       {"listing up", "[DIRINFO_START]\nC:\\d,..\\victim.txt,1,0\n[DIRINFO_END]\n"},
       {"registry dump drive", "[REGINFO_START]\nHKLM\\x,Z:victim.txt,1024,0\n[REGINFO_END]\n"},
       {"NT folder dot", "[REGNT_START]\nHKLM\\x,.\n[REGNT_END]\n"},
-      {"NT folder up", "[REGNT_START]\nHKLM\\x,..\n[REGNT_END]\n"},
-  };
+      {"NT folder up", "[REGNT_START]\nHKLM\\x,..\n[REGNT_END]\n"}};
   for (const auto& r : rows) {
     WriteWholeFile(box_.file("victim.txt"), "mine");
     CreateDirectoryA(box_.file("NIMBRA\\VICTIMDIR").c_str(), nullptr);

@@ -60,6 +60,7 @@ TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
   EXPECT_EQ(GetPrivateProfileIntA("ORVALIS", "MaxScheduleSnapshots", 0, work.file("ORVALIS.INI").c_str()), 5u);
 }
 
+// The default profile, when none is set, is the last profile the folder scan enumerates.
 TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
   EngineSandbox box;
   const struct { const char* name; int (*get)(char*); int (*set)(const char*); } rows[] = {
@@ -76,10 +77,6 @@ TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
     r.set("");
     EXPECT_EQ(Str(r.get), box.dir());
   }
-}
-
-TEST(Settings, DefaultProfileScanTakesTheLastFileEnumerated) {
-  EngineSandbox box;
   EXPECT_EQ(Str(GetDefaultProfile), "");
   for (const char* n : {"beta.GCF", "alpha.GCF", "Gamma.gcf", "notes.txt"}) WriteWholeFile(box.file(n), "x\n");
   // Wine enumerates without regard to case, so Gamma.gcf comes last.
@@ -136,8 +133,7 @@ TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
       {"DEU", "DEUOV32.DLL", "Prozessor", DLL_THREAD_ATTACH},
       {"DES", "DEAOV32.DLL", "Prozessor", DLL_THREAD_DETACH},  // "DESOV32" missing: retried as "DEAOV32"
       {"ENU", nullptr, "Processor", DLL_THREAD_ATTACH},  // no English library: own module, then TAMBRELL
-      {"FRAX", nullptr, "Processor", DLL_THREAD_DETACH},  // only three characters are used
-  };
+      {"FRAX", nullptr, "Processor", DLL_THREAD_DETACH}};  // only three characters are used
   for (const auto& r : rows) {
     SCOPED_TRACE(r.language);
     EngineSandbox box;

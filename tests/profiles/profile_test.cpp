@@ -32,20 +32,19 @@ std::string Folder(UINT(WINAPI* get)(LPSTR, UINT)) {
   return d;
 }
 
-TEST(Profile, GroupsInAnyOrderWithTagsAndAssets) {
+TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCase) {
   EngineSandbox box;
   WriteWholeFile(box.file("text.ini"), "[a]\nb=c\n");
   WriteWholeFile(box.file("binary.dat"), std::string("ab\0cd", 5));
   WriteWholeFile(box.file("empty.ini"), "");
-  std::string gcf = "Daily watch\n"
-                    "[groupasset_start]\nMy Tool, release 9,3,4\nno numbers\nFonts,1,4096\n[GROUPASSET_END]\n"
-                    "stray line outside any group\n"
-                    "[GROUPFILES_START]\n" + box.file("text.ini") + "\n" + box.file("binary.dat") + "\n" +
-                    box.file("empty.ini") + "\n" + box.file("missing.ini") + "\n<windows>\\win.ini\n[GROUPFILES_END]\n"
-                    "[GROUPREGKEYS_START]\nHKLM\\Software\\Quillant\n[GROUPREGKEYS_END]\n"
-                    "[GROUPDIRS_START]\nC:\\Program Files\n<windows>\\fonts\n[GROUPDIRS_END]\n"
-                    "[GROUPDIRS_START]\nsecond group is ignored\n[GROUPDIRS_END]\n";
-  WriteWholeFile(box.file("DAILY.GCF"), gcf);
+  WriteWholeFile(box.file("DAILY.GCF"),
+                 "Daily watch\n[groupasset_start]\nMy Tool, release 9,3,4\nno numbers\nFonts,1,4096\n[GROUPASSET_END]\n"
+                 "stray line outside any group\n"
+                 "[GROUPFILES_START]\n" + box.file("text.ini") + "\n" + box.file("binary.dat") + "\n" +
+                 box.file("empty.ini") + "\n" + box.file("missing.ini") + "\n<windows>\\win.ini\n[GROUPFILES_END]\n"
+                 "[GROUPREGKEYS_START]\nHKLM\\Software\\Quillant\n[GROUPREGKEYS_END]\n"
+                 "[GROUPDIRS_START]\nC:\\Program Files\n<windows>\\fonts\n[GROUPDIRS_END]\n"
+                 "[GROUPDIRS_START]\nsecond group is ignored\n[GROUPDIRS_END]\n");
   Read r(box.file("DAILY.GCF"));
   ASSERT_EQ(r.rc, 0);
   EXPECT_STREQ(r.p->description, "Daily watch");
@@ -62,18 +61,14 @@ TEST(Profile, GroupsInAnyOrderWithTagsAndAssets) {
   EXPECT_STREQ(r.p->assets->name, "My Tool, release 9");
   EXPECT_EQ(r.p->assets->first, 3);
   EXPECT_EQ(r.p->assets->second, 4);
-}
-
-TEST(Profile, MarkersAreWholeLinesWithoutRegardToCase) {
-  EngineSandbox box;
-  WriteWholeFile(box.file("P.GCF"),
-                 "d\n[groupdirs_start]\nC:\\A\n[GROUPDIRS_END] \nC:\\B\n[GroupDirs_End]\n"
-                 "[GROUPFILES_START]\nC:\\never\\closed.ini\n");
-  Read r(box.file("P.GCF"));
-  ASSERT_EQ(r.rc, 0);
-  ASSERT_EQ(Count(r.p->dirs), 3);  // the marker with a trailing blank is an item
-  EXPECT_STREQ(r.p->dirs->next->name, "[GROUPDIRS_END] ");
-  EXPECT_EQ(Count(r.p->files), 1);  // an unclosed files group keeps what it read
+  // Markers are whole lines without regard to case: one with a trailing blank is an item. An
+  // unclosed files group keeps what it read.
+  WriteWholeFile(box.file("P.GCF"), "d\n[groupdirs_start]\nC:\\A\n[GROUPDIRS_END] \nC:\\B\n[GroupDirs_End]\n"
+                                    "[GROUPFILES_START]\nC:\\never\\closed.ini\n");
+  Read m(box.file("P.GCF"));
+  ASSERT_EQ(Count(m.p->dirs), 3);
+  EXPECT_STREQ(m.p->dirs->next->name, "[GROUPDIRS_END] ");
+  EXPECT_EQ(Count(m.p->files), 1);
 }
 
 // A profile's folder tag runs to the last ">", and all but <windows> mean the system folder; a system
@@ -97,17 +92,14 @@ TEST(Profile, FolderTagsAndSystemFileTokens) {
 
 TEST(Profile, BadInputIsReadSafely) {
   EngineSandbox box;
-  std::string longLine(1000, 'L');
-  std::string many = "many\n[GROUPDIRS_START]\n";
+  std::string longLine(1000, 'L'), many = "many\n[GROUPDIRS_START]\n";
   for (int i = 0; i < 10000; ++i) many += "C:\\dir" + std::to_string(i) + "\n";
   many += "[GROUPDIRS_END]\n";
   const struct { const char* name; std::string text; int rc, dirs; } rows[] = {
-      {"empty", "", -1, 0},
-      {"no groups", "only a description\n", 0, 0},
+      {"empty", "", -1, 0}, {"no groups", "only a description\n", 0, 0},
       {"long lines", longLine + "\n[GROUPDIRS_START]\n" + longLine + "\n[GROUPDIRS_END]\n", 0, 4},
       {"binary", std::string("d\n[GROUPDIRS_START]\n\x01\xff\x00zz\n[GROUPDIRS_END]\n", 42), 0, 1},
-      {"ten thousand", many, 0, 10000},
-  };
+      {"ten thousand", many, 0, 10000}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     WriteWholeFile(box.file("B.GCF"), row.text);
@@ -130,11 +122,11 @@ TEST(Profile, WriteBackDropsMissingFiles) {
                                          "[GROUPREGKEYS_END]\n");
   Read r(box.file("IN.GCF"));
   lstrcpynA(r.p->fileName, "OUT.GCF", MAX_PATH);
-  ASSERT_EQ(WriteProfile(r.p, box.dirSlash().c_str()), 0);
-  std::string out = ReadWholeFile(box.file("OUT.GCF"));
-  EXPECT_EQ(out, "Round trip\r\n[GROUPFILES_START]\r\n" + box.file("a.ini") +
-                     "\r\n[GROUPFILES_END]\r\n[GROUPDIRS_START]\r\n[GROUPDIRS_END]\r\n[GROUPREGKEYS_START]\r\n"
-                     "HKCU\\X\r\n[GROUPREGKEYS_END]\r\n[GROUPASSET_START]\r\nA,b,-1,28673\r\n[GROUPASSET_END]\r\n");
+  ASSERT_EQ(WriteProfile(r.p, (box.dir() + "\\").c_str()), 0);
+  EXPECT_EQ(ReadWholeFile(box.file("OUT.GCF")), "Round trip\r\n[GROUPFILES_START]\r\n" + box.file("a.ini") +
+                                                    "\r\n[GROUPFILES_END]\r\n[GROUPDIRS_START]\r\n[GROUPDIRS_END]\r\n"
+                                                    "[GROUPREGKEYS_START]\r\nHKCU\\X\r\n[GROUPREGKEYS_END]\r\n"
+                                                    "[GROUPASSET_START]\r\nA,b,-1,28673\r\n[GROUPASSET_END]\r\n");
   EXPECT_EQ(WriteProfile(r.p, "Q:\\no\\such\\folder\\"), -1);
 }
 

@@ -14,11 +14,17 @@ using namespace orvalis_test;
 
 namespace {
 
+DWORD WINAPI EverythingExists(LPCSTR path) {
+  // The folder itself answers as a folder, every candidate as a file.
+  return std::string(path).find("BASE") == std::string::npos ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+}
+BOOL WINAPI NoFolderCanBeMade(LPCSTR, LPSECURITY_ATTRIBUTES) { return FALSE; }
+
+// A full counter and paths too long for a buffer fail, leaving the name untouched.
 TEST(UniqueName, FilesAndFoldersCountUpAndAreReserved) {
   EngineSandbox box;
   const std::pair<const char*, const char*> files[] = {{"BASE", "BASE0000.BCF"}, {"BASE", "BASE0001.BCF"},
-                                                       {"SYSTEM", "SYST0000.BSE"}, {"WIN", "WIN0000.BSE"},
-                                                       {"WINFILE", "WINF0000.BSE"}, {"WIN", "WIN0001.BSE"}};
+      {"SYSTEM", "SYST0000.BSE"}, {"WIN", "WIN0000.BSE"}, {"WINFILE", "WINF0000.BSE"}, {"WIN", "WIN0001.BSE"}};
   char name[MAX_PATH];
   for (auto [prefix, expected] : files) {
     ASSERT_EQ(MakeUniqueFileName(box.dir().c_str(), prefix, expected + std::strlen(expected) - 3, name), 1);
@@ -34,18 +40,8 @@ TEST(UniqueName, FilesAndFoldersCountUpAndAreReserved) {
     ASSERT_EQ(MakeUniqueFolderName(box.dir().c_str(), "NT", name), 1);
     EXPECT_STREQ(name, expected);
   }
-}
-
-DWORD WINAPI EverythingExists(LPCSTR path) {
-  // The folder itself answers as a folder, every candidate as a file.
-  return std::string(path).find("BASE") == std::string::npos ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
-}
-BOOL WINAPI NoFolderCanBeMade(LPCSTR, LPSECURITY_ATTRIBUTES) { return FALSE; }
-
-TEST(UniqueName, FullCounterAndPathsTooLongForABufferFail) {
-  EngineSandbox box;
   Sys().GetFileAttributesA = EverythingExists;
-  char name[MAX_PATH] = "untouched";
+  std::strcpy(name, "untouched");
   EXPECT_EQ(MakeUniqueFileName(box.dir().c_str(), "BASE", "BCF", name), 0);
   EXPECT_STREQ(name, "untouched");
   box.RestoreSeam();
@@ -85,7 +81,7 @@ TEST(WindowsLocale, DatesFollowTheSystemLocale) {
 
 const char kHead[] = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SNAPSHOTLIST SYSTEM \"snaplist.dtd\">\r\n<SNAPSHOTLIST>\r\n";
 
-TEST(Catalogue, ListDocument) {
+TEST(Catalogue, ListDocumentAndRenaming) {
   EngineSandbox box;
   box.CaptureMessageBoxes();
   EXPECT_EQ(GetSnapshotList(box.file("none").c_str(), "l.xml"), 110u);  // output cannot be opened
@@ -99,6 +95,24 @@ TEST(Catalogue, ListDocument) {
             std::string(kHead) + "  <SNAPSHOT>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n"
                                  "    <TIMESTAMP>05/30/1999 13:37:25</TIMESTAMP>\r\n    <FILE>BASE0000.BCF</FILE>\r\n"
                                  "  </SNAPSHOT>\r\n</SNAPSHOTLIST>\r\n");
+  // Renaming rewrites the description and keeps the file time; a version 0 file has no version line.
+  const std::string path = box.file("BASE0000.BCF");
+  WriteWholeFile(path, "FormatVersion=6\nold words\n[FLAGS_START]\n4096\n[FLAGS_END]\n");
+  const SYSTEMTIME st = {1999, 5, 0, 30, 13, 37, 50, 0};
+  FILETIME past;
+  SystemTimeToFileTime(&st, &past);
+  HANDLE h = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  SetFileTime(h, nullptr, nullptr, &past), CloseHandle(h);
+  ASSERT_EQ(RenameSnapshot("BASE0000.BCF", "new words"), 0u);
+  EXPECT_EQ(ReadWholeFile(path), "FormatVersion=6\r\nnew words\r\n[FLAGS_START]\r\n4096\r\n[FLAGS_END]\r\n");
+  WIN32_FILE_ATTRIBUTE_DATA a;
+  GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &a);
+  EXPECT_EQ(CompareFileTime(&a.ftLastWriteTime, &past), 0);
+  WriteWholeFile(box.file("OLD.BCF"), "Version 0 description\n[DRIVES_START]\n[DRIVES_END]\n");
+  ASSERT_EQ(RenameSnapshot("OLD.BCF", "renamed"), 0u);
+  EXPECT_EQ(ReadWholeFile(box.file("OLD.BCF")), "renamed\r\n[DRIVES_START]\r\n[DRIVES_END]\r\n");
+  EXPECT_EQ(RenameSnapshot("BASE0001.BCF", "x"), 0xFFFFFFFFu);  // empty
+  EXPECT_EQ(RenameSnapshot("MISSING.BCF", "x"), 0xFFFFFFFFu);
 }
 
 TEST(Catalogue, DeleteTakesEveryCompanionEvenWithoutTheAssetLibrary) {
@@ -120,29 +134,6 @@ TEST(Catalogue, DeleteTakesEveryCompanionEvenWithoutTheAssetLibrary) {
   EXPECT_TRUE(FileExists(box.file("NIMBRA\\OTHER.BSE")));  // another snapshot's file
   EXPECT_TRUE(FileExists(box.file("NIMBRA\\AST0000.OVA")));  // only the asset library may remove it
   EXPECT_EQ(DeleteSnapshot("BASE0009.BCF"), 0xFFFFFFFFu);
-}
-
-TEST(Catalogue, RenameKeepsTheFileTime) {
-  EngineSandbox box;
-  const std::string path = box.file("BASE0000.BCF");
-  WriteWholeFile(path, "FormatVersion=6\nold words\n[FLAGS_START]\n4096\n[FLAGS_END]\n");
-  FILETIME past;
-  SYSTEMTIME st = {1999, 5, 0, 30, 13, 37, 50, 0};
-  SystemTimeToFileTime(&st, &past);
-  HANDLE h = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-  SetFileTime(h, nullptr, nullptr, &past);
-  CloseHandle(h);
-  ASSERT_EQ(RenameSnapshot("BASE0000.BCF", "new words"), 0u);
-  EXPECT_EQ(ReadWholeFile(path), "FormatVersion=6\r\nnew words\r\n[FLAGS_START]\r\n4096\r\n[FLAGS_END]\r\n");
-  WIN32_FILE_ATTRIBUTE_DATA a;
-  GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &a);
-  EXPECT_EQ(CompareFileTime(&a.ftLastWriteTime, &past), 0);
-  WriteWholeFile(box.file("OLD.BCF"), "Version 0 description\n[DRIVES_START]\n[DRIVES_END]\n");
-  ASSERT_EQ(RenameSnapshot("OLD.BCF", "renamed"), 0u);
-  EXPECT_EQ(ReadWholeFile(box.file("OLD.BCF")), "renamed\r\n[DRIVES_START]\r\n[DRIVES_END]\r\n");
-  WriteWholeFile(box.file("EMPTY.BCF"), "");
-  EXPECT_EQ(RenameSnapshot("EMPTY.BCF", "x"), 0xFFFFFFFFu);
-  EXPECT_EQ(RenameSnapshot("MISSING.BCF", "x"), 0xFFFFFFFFu);
 }
 
 }  // namespace

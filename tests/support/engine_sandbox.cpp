@@ -32,11 +32,8 @@ UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
 DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
   if (module != nullptr && module != GetModuleHandleA(nullptr)) return GetModuleFileNameA(module, out, size);
   if (size == 0) return 0;
-  DWORD n = static_cast<DWORD>(g_modulePath.size());
-  if (n >= size) n = size - 1;
-  std::memcpy(out, g_modulePath.data(), n);
-  out[n] = '\0';
-  return n;
+  lstrcpynA(out, g_modulePath.c_str(), static_cast<int>(size));
+  return static_cast<DWORD>(std::strlen(out));
 }
 
 }  // namespace
@@ -66,8 +63,7 @@ EngineSandbox::EngineSandbox() {
   RegCreateKeyExA(HKEY_CURRENT_USER, hklm_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &override_, nullptr);
   RegOverridePredefKey(HKEY_LOCAL_MACHINE, override_);
   // Every snapshot loads the registry and asset libraries from the engine's folder.
-  CopyFromBin("MARLOW.DLL");
-  CopyFromBin("CORVID.DLL");
+  for (const char* name : {"MARLOW.DLL", "CORVID.DLL"}) CopyFromBin(name);
 }
 
 EngineSandbox::~EngineSandbox() {
@@ -95,9 +91,7 @@ void EngineSandbox::SetHklmString(const char* key, const char* value, const char
 }
 
 void EngineSandbox::CopyFromBin(const char* name, const char* as) {
-  std::string from = BinDir() + "\\" + name;
-  std::string to = file(as ? as : name);
-  CopyFileA(from.c_str(), to.c_str(), FALSE);
+  CopyFileA((BinDir() + "\\" + name).c_str(), file(as ? as : name).c_str(), FALSE);
 }
 
 void EngineSandbox::SetWindowsFolder(const std::string& folder) {
@@ -106,8 +100,7 @@ void EngineSandbox::SetWindowsFolder(const std::string& folder) {
 }
 
 void EngineSandbox::RemoveCompanionLibraries() {
-  DeleteFileA(file("MARLOW.DLL").c_str());
-  DeleteFileA(file("CORVID.DLL").c_str());
+  for (const char* name : {"MARLOW.DLL", "CORVID.DLL"}) DeleteFileA(file(name).c_str());
 }
 
 void EngineSandbox::SetOrvalis(const char* key, const char* value) {

@@ -25,11 +25,9 @@ class EngineSandbox {
   EngineSandbox(const EngineSandbox&) = delete;
   EngineSandbox& operator=(const EngineSandbox&) = delete;
 
-  // The module folder, without and with the trailing backslash.
+  // The module folder.
   const std::string& dir() const { return scratch_.path(); }
-  std::string dirSlash() const { return scratch_.path() + "\\"; }
   std::string file(const std::string& name) const { return scratch_.file(name); }
-  // Creates these folders of the module folder, in order.
   void MakeDirs(std::initializer_list<const char*> names) const;
   // halvern.log without carriage returns, and the UNDOBASE setting.
   std::string Log() const;
@@ -41,7 +39,7 @@ class EngineSandbox {
 
   // Helpers on the redirected HKEY_LOCAL_MACHINE.
   void SetHklmString(const char* key, const char* value, const char* data);
-  // Copies a file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
+  // A file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
   void CopyFromBin(const char* name, const char* as = nullptr);
   // The seam's GetWindowsDirectoryA answers this folder (where USER.DAT and SYSTEM.DAT lie on
   // Windows 95/98) until RestoreSeam.

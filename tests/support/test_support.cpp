@@ -1,22 +1,14 @@
 #include "tests/support/test_support.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
 namespace orvalis_test {
 
-char PathSep() {
-#ifdef _WIN32
-  return '\\';
-#else
-  return '/';
-#endif
-}
+char PathSep() { return static_cast<char>(fs::path::preferred_separator); }
 
 ScratchDir::ScratchDir() {
   std::random_device rd;

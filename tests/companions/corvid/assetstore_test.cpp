@@ -16,8 +16,7 @@ TEST(AssetStore, WildcardsMatchAsWindowsMatchesThem) {
       {"a*c", "abcd", false},        {"f?.log", "f1.log", true},     {"f?.log", "f22.log", false},
       {"f?.log", "f.log", false},    {"???", "a.b", true},           {"*.*", "README", true},
       {"setup.*", "setup", true},    {"setup.*", "setupx", false},   {"Font.TTF", "font.ttf", true},
-      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true},
-  };
+      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true}};
   for (const auto& r : rows) EXPECT_EQ(WildcardMatch(r.pattern, r.name), r.match) << r.pattern << " vs " << r.name;
 }
 
@@ -45,8 +44,7 @@ struct Block {
 
 const std::vector<Block> kBlocks = {
     {"C:\\Fonts\\*.ttf", "C:\\Fonts", 0x2000, {Record("a.ttf", 40, 9), Record("b.ttf", 0, 0)}},
-    {"C:\\App", "C:\\App", 0x3000, {Record("x.ini", 7, 5), Record("sub\\y.dll", 100, 30)}},
-};
+    {"C:\\App", "C:\\App", 0x3000, {Record("x.ini", 7, 5), Record("sub\\y.dll", 100, 30)}}};
 
 // Contents are filler the reader never decodes.
 std::string Companion(std::vector<size_t>* blockEnds) {

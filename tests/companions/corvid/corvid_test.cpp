@@ -175,8 +175,7 @@ TEST_F(Corvid, CaptureRecordsWhatTheAssetMatches) {
   const struct { const char* asset; uint32_t options; Lines files; } rows[] = {
       {"app\\*.txt", 0, {"a.txt", "b.TXT"}}, {"app\\f?.log", 0, {"f1.log"}}, {"app\\c.dat", 0x2000, {"c.dat"}},
       {"app", 0, top}, {"app\\", 0x2000, top}, {"app", 0x1000, all}, {"app\\*.none", 0x3000, {}},
-      {"app\\*.txt", 0x3000, {"a.txt", "b.TXT", "sub\\deeper\\d.txt", "sub\\s.txt"}}, {"nowhere\\*.txt", 0x2000, {}},
-  };
+      {"app\\*.txt", 0x3000, {"a.txt", "b.TXT", "sub\\deeper\\d.txt", "sub\\s.txt"}}, {"nowhere\\*.txt", 0x2000, {}}};
   int n = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.asset) + " " + std::to_string(row.options));

@@ -96,8 +96,7 @@ class MarlowTest : public ::testing::Test {
         {"rrl", REG_RESOURCE_REQUIREMENTS_LIST, "\x10\x20\x30\0"s}, {"qword", 11, "\x01\x02\x03\x04\x05\x06\x07\x08"s},
         {"empty sz", REG_SZ, ""}, {"empty bin", REG_BINARY, ""}, {"empty dw", REG_DWORD, ""},
         {"long dw", REG_DWORD, "\x01\x02\x03\x04\x05\x06"s}, {"caf\xe9 \xfc\xdf", REG_SZ, "\xe9\xe8\xc7\xf1\0"s},
-        {"high bytes", REG_BINARY, "\x80\xff\0\xfe"s},
-    };
+        {"high bytes", REG_BINARY, "\x80\xff\0\xfe"s}};
     for (const auto& v : values) SetValue(k, v.name, v.type, v.data);
     SetValue(k, std::string(16383, 'v').c_str(), REG_SZ, "long name\0"s);
     // Made below its parent: Wine's ANSI calls refuse more than 260 characters of path in one piece.

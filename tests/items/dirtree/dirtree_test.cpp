@@ -195,8 +195,7 @@ TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
       {"no commas", "C:\\r\njunk line\n2048,1,1,C:\\r\\f\n", 0, true},
       {"binary lines", std::string("C:\\r\n\x01\x02,\xff,,C:\\r\\\x80\n", 18), 0, true},
       {"200 levels", deepListing, 0, true},
-      {"long line", "C:\\r\n2048,1,1,C:\\r\\" + std::string(2000, 'y') + "\n", 0, true},
-  };
+      {"long line", "C:\\r\n2048,1,1,C:\\r\\" + std::string(2000, 'y') + "\n", 0, true}};
   for (const auto& r : rows) {
     WriteWholeFile(box_.file("NIMBRA\\BAD.OVD"), r.bytes);
     DirNode* t = LoadDirListing(box_.file("NIMBRA\\BAD.OVD").c_str(), r.compressed);

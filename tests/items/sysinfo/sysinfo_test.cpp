@@ -65,8 +65,7 @@ TEST_F(CpuTest, ProcessorNames) {
       {{"AuthenticAMD", 0x612, mmx, "AMD Athlon(tm) Processor"}, "AMD Athlon(tm) Processor"},
       {{"CyrixInstead", 0x600, 0}, "6x86MX"}, {{"CyrixInstead", 0x520, mmx}, "6x86 MMX"},
       {{"CyrixInstead", 0x540, 0}, "GXm"}, {{"CyrixInstead", 0x490, 0}, "5x86"}, {{"CyrixInstead", 0x530, 0}, "586 Class"},
-      {{"CentaurHauls", 0x585, mmx}, "586 Class MMX"}, {{"CentaurHauls", 0x385, mmx}, nullptr},
-  };
+      {{"CentaurHauls", 0x585, mmx}, "586 Class MMX"}, {{"CentaurHauls", 0x385, mmx}, nullptr}};
   for (const auto& r : rows) {
     g_cpu = r.cpu;
     char* name = IdentifyProcessor();
