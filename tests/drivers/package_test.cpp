@@ -14,6 +14,8 @@ using namespace orvalis_test;
 
 namespace {
 
+std::string Flipped(std::string s, size_t at, char mask) { return s[at] ^= mask, s; }
+
 std::string Le32(uint32_t v) {
   std::string s(4, '\0');
   for (int i = 0; i < 4; ++i) s[i] = static_cast<char>(v >> (8 * i));
@@ -50,7 +52,6 @@ class Packages : public ::testing::Test {
                                            "\n[GROUPREGKEYS_END]\n[GROUPASSET_START]\n" + box_.file("fonts") +
                                            ",0,8192\n[GROUPASSET_END]\n");
     ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "to move"), 0u);
-    pkg_ = box_.file("other\\move.pkg");
   }
   // Every section of a report against the live system, without its head.
   std::string Sections(const char* snapshot) {
@@ -70,7 +71,7 @@ class Packages : public ::testing::Test {
   }
   EngineSandbox box_;
   TestKey key_{"pkg"};
-  std::string pkg_;
+  const std::string pkg_ = box_.file("other\\move.pkg");
 };
 
 TEST_F(Packages, ExportDeleteImportComparesEqualAndImportsTwice) {
@@ -90,7 +91,6 @@ TEST_F(Packages, ExportDeleteImportComparesEqualAndImportsTwice) {
   EXPECT_EQ(Sections("BASE0001.BCF"), before);
   ASSERT_EQ(DeleteSnapshot("BASE0000.BCF"), 0u);
   EXPECT_EQ(Sections("BASE0001.BCF"), before);
-  // Both verify; the package too.
   const std::string report = box_.file("v.txt");
   EXPECT_EQ(VerifySnapshot("BASE0001.BCF", report.c_str()), 0u) << ReadWholeFile(report);
   EXPECT_EQ(VerifySnapshot(pkg_.c_str(), report.c_str()), 0u) << ReadWholeFile(report);
@@ -100,13 +100,12 @@ TEST_F(Packages, DamagedAndHostilePackagesLeaveNothingBehind) {
   ASSERT_EQ(ExportSnapshot("BASE0000.BCF", pkg_.c_str()), 0u);
   const std::string good = ReadWholeFile(pkg_);
   const std::string index = "FormatVersion=6\nd\n[FILEINFO_START]\nC:\\a.ini,X0000.BSE,1,0\n[FILEINFO_END]\n";
-  std::string flipped = good;
-  flipped[good.size() / 2] ^= 0x20;
-  std::string wrongCrc = Package({{1, "", "BASE0000.BCF", index}, {2, "", "X0000.BSE", "copy"}});
-  wrongCrc[wrongCrc.size() - 10] ^= 1;  // inside the last entry's data; the trailer no longer matches either
+  const std::string two = Package({{1, "", "BASE0000.BCF", index}, {2, "", "X0000.BSE", "copy"}});
   std::vector<std::pair<std::string, std::string>> rows = {
-      {"empty", ""}, {"last byte missing", good.substr(0, good.size() - 1)}, {"flipped byte in the middle", flipped},
-      {"wrong CRC", wrongCrc}, {"foreign", "PK\x03\x04 this is a zip, not a package of ours"},
+      {"empty", ""}, {"last byte missing", good.substr(0, good.size() - 1)},
+      {"flipped byte in the middle", Flipped(good, good.size() / 2, 0x20)},
+      // Inside the last entry's data; the trailer no longer matches either.
+      {"wrong CRC", Flipped(two, two.size() - 10, 1)}, {"foreign", "PK\x03\x04 this is a zip, not a package of ours"},
       {"two index files", Package({{1, "", "BASE0000.BCF", index}, {1, "", "BASE0001.BCF", index}})},
       {"folder named up", Package({{1, "", "BASE0000.BCF", index}, {3, "..", "k.sav", "x"}})}};
   // Entry names with a folder part, "..", a drive, or a device name with or without an extension.
@@ -130,9 +129,7 @@ TEST_F(Packages, VerifyFindsAFlippedByteInEachKindOfCompanionAndAMissingOne) {
       if (n.rfind(prefix, 0) == 0 && !ReadWholeFile(box_.file("NIMBRA\\" + n)).empty()) name = n;
     ASSERT_NE(name, "") << prefix;
     const std::string path = box_.file("NIMBRA\\" + name), good = ReadWholeFile(path);
-    std::string bad = good;
-    bad[bad.size() / 2] ^= 0x01;
-    WriteWholeFile(path, bad);
+    WriteWholeFile(path, Flipped(good, good.size() / 2, 0x01));
     EXPECT_EQ(VerifySnapshot("BASE0000.BCF", report.c_str()), 13u) << prefix << "\n" << ReadWholeFile(report);
     EXPECT_NE(ReadWholeFile(report).find("DAMAGED"), std::string::npos) << prefix;
     WriteWholeFile(path, good);
@@ -145,9 +142,8 @@ TEST_F(Packages, VerifyFindsAFlippedByteInEachKindOfCompanionAndAMissingOne) {
   WriteWholeFile(box_.file("NIMBRA\\app0000.BSE"), "[Main]\r\nColor=blue\r\n");
   ASSERT_EQ(ExportSnapshot("BASE0000.BCF", pkg_.c_str()), 0u);
   ASSERT_EQ(VerifySnapshot(pkg_.c_str(), report.c_str()), 0u);
-  std::string bytes = ReadWholeFile(pkg_);
-  bytes[bytes.size() / 3] ^= 0x40;
-  WriteWholeFile(pkg_, bytes);
+  const std::string bytes = ReadWholeFile(pkg_);
+  WriteWholeFile(pkg_, Flipped(bytes, bytes.size() / 3, 0x40));
   EXPECT_EQ(VerifySnapshot(pkg_.c_str(), report.c_str()), 13u);
   EXPECT_NE(ReadWholeFile(report).find("DAMAGED  package"), std::string::npos) << ReadWholeFile(report);
 }

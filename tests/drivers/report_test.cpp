@@ -1,5 +1,6 @@
 // The difference report end to end under Wine: its head, the system-file section unsorted and
-// sorted, INI sections, directories, appending, results for bad arguments, German headings.
+// sorted, INI sections, directories, appending, results for bad arguments, German headings; and the
+// system-file difference document of the same snapshots.
 #include <regex>
 
 #include "engine/context.h"
@@ -76,6 +77,46 @@ TEST_F(Report, LiveSystemAppendingAndBadArguments) {
   WriteWholeFile(box_.file("NIMBRA\\DIR0000.OVD"), "garbage");
   EXPECT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0009.BCF", report_.c_str()), 0u);
   EXPECT_TRUE(FileExists(report_));
+}
+
+// Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
+// older side: the file is "not in the newer snapshot", a message, so TEXT is empty); the live file
+// against itself. A row without a body is refused with 87 and no document: the file in neither or
+// only the older snapshot, no older snapshot and no live side, a missing snapshot.
+TEST_F(Report, SystemFileDocumentsAndResultCodes) {
+  const std::string out = box_.file("out.xml"), ini = box_.file("w\\app.ini"), txt = box_.file("w\\notes.txt"),
+                    other = box_.file("other.ini");
+  const struct { const char *older, *newer; const std::string& file; int live; std::string body; } rows[] = {
+      {"BASE0000.BCF", "BASE0001.BCF", ini, 0,
+       "    <INI>\r\n    <SECTION>[Gone]</SECTION>        <CHGFLAG flag=\"O\"/>\r\n"
+       "   <ENTRIES>      <LINE>x=1</LINE>      <CHGFLAG flag=\"O\"/>   </ENTRIES>\r\n"
+       "    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
+       "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE>Color=green</LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+       "    <SECTION>[New]</SECTION>        <CHGFLAG flag=\"N\"/>\r\n"
+       "   <ENTRIES>      <LINE>y=22</LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </INI>\r\n"},
+      {"BASE0000.BCF", nullptr, txt, 1,
+       "    <TEXT>\r\n   <ENTRIES>      <LINE><![CDATA[Version 1.0 of the notes]]></LINE>      <LNUM>2</LNUM>      "
+       "<CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE><![CDATA[Version 1.1 of the notes]]></LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE><![CDATA[delta]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </TEXT>\r\n"},
+      {"BASE0001.BCF", nullptr, txt, 0, "    <TEXT>\r\n    </TEXT>\r\n"},
+      {nullptr, nullptr, ini, 1, "    <INI>\r\n    </INI>\r\n"},
+      {"BASE0000.BCF", nullptr, other, 1, ""}, {"BASE0000.BCF", "BASE0001.BCF", other, 0, ""},
+      {nullptr, "BASE0001.BCF", ini, 0, ""}, {"BASE0009.BCF", nullptr, ini, 1, ""}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(testing::Message() << (r.older ? r.older : "-") << " " << (r.newer ? r.newer : "-") << " " << r.file);
+    DeleteFileA(out.c_str());
+    ASSERT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), r.body.empty() ? 87u : 0u);
+    if (r.body.empty()) EXPECT_FALSE(FileExists(out));
+    else EXPECT_EQ(ReadWholeFile(out), "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n"
+                                       "<SYSFILE>\r\n  <FILENAME><![CDATA[" + r.file + "]]></FILENAME>\r\n" + r.body +
+                                       "</SYSFILE>\r\n");
+  }
+  const std::string& shown = box_.CaptureMessageBoxes();
+  const std::string bad = box_.file("no\\such\\dir\\out.xml");
+  EXPECT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini.c_str(), bad.c_str(), 0), 2u);
+  EXPECT_EQ(shown, "Destination file is invalid (" + bad + ")|Orvalis Engine Error");
 }
 
 // Run with the German locale (ORVALIS_LC_ALL): the headings come from the German library.

@@ -255,8 +255,7 @@ class Reboot : public RestoreRows {
  protected:
   void SetUp() override {
     RestoreRows::SetUp();
-    g_calls.clear();
-    g_torvane = false;
+    g_calls.clear(), g_torvane = false;
     SysApi& s = Sys();
     s.access = Access, s.WinExec = FakeWinExec, s.ExitWindowsEx = FakeExitWindows, s.DialogBoxParamA = FakeDialog;
     s.GetWindowRect = FakeWindowRect, s.GetClientRect = FakeClientRect, s.GetSystemMetrics = FakeMetrics;
@@ -266,14 +265,13 @@ class Reboot : public RestoreRows {
   // Since the last look, without the file probes.
   std::string Calls() {
     std::string out;
-    for (const std::string& c : g_calls)
-      if (c.rfind("access", 0) != 0) out += c + "\n";
+    for (const std::string& c : g_calls) out += c.rfind("access", 0) == 0 ? "" : c + "\n";
     g_calls.clear();
     return out;
   }
 };
 
-TEST_F(Reboot, RestartMethodsPrivilegeAndDelays) {
+TEST_F(Reboot, RestartMethodsPrivilegeDelaysAndTheCountdownBox) {
   // No TORVANE.EXE beside the engine: ExitWindowsEx (reboot, reserved 0).
   EXPECT_EQ(RestoreFromSpecifiedSnapshotReboot("BASE0000.BCF"), 0u);
   EXPECT_NE(g_calls[0].find("TORVANE.EXE /Y"), std::string::npos);  // tested on the whole command (kept)
@@ -290,9 +288,7 @@ TEST_F(Reboot, RestartMethodsPrivilegeAndDelays) {
     EXPECT_EQ(Calls(), "");
     EXPECT_TRUE(Logged("RestoreFromSnapshot: Entered"));
   }
-}
-
-TEST_F(Reboot, TheCountdownBoxLaysOutCountsAndCloses) {
+  // The countdown box.
   const HWND box = reinterpret_cast<HWND>(static_cast<intptr_t>(0x42));
   // Laid out from the box's own size: centred, the message above, the button below; texts the
   // language library does not have fall back to the same ones built in.

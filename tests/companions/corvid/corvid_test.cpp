@@ -60,9 +60,8 @@ void Walk(const ChangeNode* parent, Lines* out) {
     const char* letter = f & kChangeOlder ? "O" : f & kChangeNewer ? "N" : f & kChangeFrom ? "F" : f & kChangeTo ? "T"
                          : f & kChangeBelow ? "B" : "-";
     out->push_back(std::string(letter) + " " + n->name + (f & kKindFolder ? "\\" : ""));
-    if (f & kChangeFrom) {
-      EXPECT_TRUE(n->next && (n->next->flags & kChangeTo) && !std::strcmp(n->next->name, n->name)) << n->name;
-    }
+    EXPECT_TRUE(!(f & kChangeFrom) || (n->next && (n->next->flags & kChangeTo) && !std::strcmp(n->next->name, n->name)))
+        << n->name;
     Walk(n, out);
   }
 }

@@ -47,8 +47,7 @@ class CpuTest : public ::testing::Test {
  protected:
   void SetUp() override {
     SetCpuidSource(FakeCpuid);
-    Sys().GetSystemInfo = FakeSystemInfo;
-    g_processorType = 586;
+    Sys().GetSystemInfo = FakeSystemInfo, g_processorType = 586;
   }
   void TearDown() override { SetCpuidSource(nullptr); }
   EngineSandbox box_;
@@ -84,8 +83,7 @@ std::string Items(const SysInfoItem* list) {
 // CPUID runs only from a 586 on, and not with NO_CPUID_SUPPORT.
 TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
   g_cpu = {"GenuineIntel", 0x633, 1u << 23, nullptr};
-  MEMORYSTATUS ms;
-  ms.dwLength = sizeof ms;
+  MEMORYSTATUS ms{sizeof(MEMORYSTATUS)};
   GlobalMemoryStatus(&ms);
   const DWORD v = GetVersion();  // item 5 is major.minor as 0xMMMMmmmm
   const std::string common = "2=1 3=" + std::to_string(ms.dwTotalPhys >> 10) + " 5=" +
@@ -93,12 +91,11 @@ TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
   const std::string cpu = "9=GenuineIntel 16=Pentium II MMX ";
   const struct { const char* noCpuid; DWORD type; std::string items; } rows[] = {
       {"0", 586, "1=5 " + common + cpu}, {"1", 586, "1=5 " + common}, {"0", 486, "1=4 " + common},
-              {"0", 8664, "1=2 " + common + cpu}};
+      {"0", 8664, "1=2 " + common + cpu}};
   for (const auto& r : rows) {
     box_.SetOrvalis("NO_CPUID_SUPPORT", r.noCpuid);
     InitEngine();
-    g_processorType = r.type;
-    g_cpuidCalls = 0;
+    g_processorType = r.type, g_cpuidCalls = 0;
     SnapshotRecord rec{};
     ASSERT_EQ(CollectSysInfo(&rec), 0);
     EXPECT_EQ(Items(rec.sysInfo), r.items);
@@ -112,8 +109,7 @@ UINT WINAPI ThreeDrives(LPCSTR root) {
          : root[0] == 'Q' ? DRIVE_NO_ROOT_DIR : DRIVE_UNKNOWN;
 }
 BOOL WINAPI FixedSpace(LPCSTR, LPDWORD spc, LPDWORD bps, LPDWORD freeClusters, LPDWORD totalClusters) {
-  *spc = 64, *bps = 512, *freeClusters = 2000000, *totalClusters = 3000000;
-  return TRUE;
+  return *spc = 64, *bps = 512, *freeClusters = 2000000, *totalClusters = 3000000, TRUE;
 }
 DWORD WINAPI Connection(LPCSTR local, LPSTR remote, LPDWORD len) {
   lstrcpynA(remote, "\\\\server\\share extra words", *len);
@@ -149,7 +145,7 @@ SysInfoItem* Chain(const std::vector<Item>& items) {
 }
 
 // The name supersedes the class; a change of free space is shown but not flagged.
-TEST(SysInfoCompare, SectionsOfTheReport) {
+TEST(SysInfoCompare, SectionsOfTheReportAndElementsOfTheInformationDocument) {
   EngineSandbox box;
   box.CopyFromBin("TAMBRELL.DLL");
   SnapshotRecord older{}, newer{};
@@ -199,14 +195,10 @@ TEST(SysInfoCompare, SectionsOfTheReport) {
   ASSERT_EQ(CompareDrives(nullptr, &newer, &r), 0);
   EXPECT_STREQ(r.drives->text, "Drive information is not contained in the older snapshot");
   FreeDriveChanges(r.drives);
-}
-
-// Kept as they are: without a processor name the CPU element shows the last odd-numbered item's
-// value (item 9's 0), and a drive type without a letter ends its line at the zero character. The
-// document with a name is checked whole with the snapshot information document.
-TEST(SysInfoXml, ElementsOfTheInformationDocument) {
-  EngineSandbox box;
-  box.CopyFromBin("TAMBRELL.DLL");
+  // The elements of the information document, kept as they are: without a processor name the CPU
+  // element shows the last odd-numbered item's value (item 9's 0), and a drive type without a letter
+  // ends its line at the zero character. (The document with a name is checked whole with the
+  // snapshot information document.)
   char line[520];
   const std::pair<std::vector<Item>, const char*> rows[] = {{{{9, 0, "GenuineIntel"}}, "0"}, {{}, "262154"}};
   for (const auto& [cpu, text] : rows) {
