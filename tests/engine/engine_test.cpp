@@ -1,5 +1,9 @@
-// The engine frame under Wine, against the real registry, INI, file, locale and string calls.
+// The engine frame under Wine, against the real registry, INI, file, locale and string calls, and
+// its file packing entry points.
+#include "compress/crc32.h"
+#include "compress/filecodec.h"
 #include "engine/context.h"
+#include "engine/filecodec_win.h"
 #include "engine/log.h"
 #include "engine/settings.h"
 #include "engine/strings.h"
@@ -169,6 +173,52 @@ TEST(Strings, TambrellFallbackMissingIdsAndTheBoundedErrorBox) {
   const std::string& shown = box.CaptureMessageBoxes();
   ShowDestinationError(std::string(400, 'x').c_str());
   EXPECT_LT(shown.find('|'), 400u);
+}
+
+struct Counts {
+  int allocs = 0, frees = 0;
+  SIZE_T size = 0;
+  bool failAlloc = false, failLock = false;
+} g_counts;
+
+HGLOBAL WINAPI CountingAlloc(UINT flags, SIZE_T size) {
+  ++g_counts.allocs;
+  g_counts.size = size;
+  return g_counts.failAlloc ? nullptr : ::GlobalAlloc(flags, size);
+}
+LPVOID WINAPI FailableLock(HGLOBAL h) { return g_counts.failLock ? nullptr : ::GlobalLock(h); }
+HGLOBAL WINAPI CountingFree(HGLOBAL h) { ++g_counts.frees; return ::GlobalFree(h); }
+
+// The packing entry points: the work area comes from GlobalAlloc through the seam, is big enough
+// for the coder, is released after every call, and its absence gives 8.
+TEST(CompressFileWin, RoundTripsReleaseTheWorkAreaEachTimeAndWithoutOneTheResultIs8) {
+  EngineSandbox box;
+  const std::string src = box.file("src"), packed = box.file("packed"), back = box.file("back");
+  Sys().GlobalAlloc = CountingAlloc, Sys().GlobalLock = FailableLock, Sys().GlobalFree = CountingFree;
+  std::string data;
+  for (int i = 0; i < 3000; ++i) data += "2048,123,1600000000,C:\\WINDOWS\\F" + std::to_string(i) + "\n";
+  ASSERT_TRUE(WriteWholeFile(src, data));
+  for (int dict : {0, 4096}) {  // 0: CompressFile, whose dictionary is 1024 bytes
+    unsigned long crc = 0;
+    ASSERT_EQ(dict ? CompressFileEx(src.c_str(), packed.c_str(), &crc, dict)
+                   : CompressFile(src.c_str(), packed.c_str(), &crc), 0);
+    EXPECT_EQ(crc, Crc32(data.data(), data.size()));
+    // Binary mode, and the dictionary size.
+    EXPECT_EQ(ReadWholeFile(packed).substr(0, 2), std::string(dict ? "\0\6" : "\0\4", 2)) << dict;
+    ASSERT_EQ(ExpandFile(back.c_str(), packed.c_str()), 0);
+    EXPECT_TRUE(ReadWholeFile(back) == data) << dict;
+  }
+  EXPECT_GE(g_counts.size, kFileCodecWorkSize);
+  EXPECT_TRUE(g_counts.allocs == 4 && g_counts.frees == 4) << g_counts.allocs << " " << g_counts.frees;
+  for (bool lockFails : {false, true}) {
+    g_counts = Counts{0, 0, 0, !lockFails, lockFails};
+    unsigned long crc = 0xABCDu;
+    EXPECT_EQ(CompressFile(src.c_str(), box.file("t").c_str(), &crc), 8);
+    EXPECT_EQ(crc, 0xABCDu);
+    EXPECT_EQ(ExpandFile(box.file("t2").c_str(), src.c_str()), 8);
+    EXPECT_FALSE(FileExists(box.file("t")) || FileExists(box.file("t2")));
+    EXPECT_EQ(g_counts.frees, lockFails ? 2 : 0);  // a handle whose lock failed is not leaked
+  }
 }
 
 }  // namespace

@@ -83,7 +83,8 @@ std::string Items(const SysInfoItem* list) {
 // CPUID runs only from a 586 on, and not with NO_CPUID_SUPPORT.
 TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
   g_cpu = {"GenuineIntel", 0x633, 1u << 23, nullptr};
-  MEMORYSTATUS ms{sizeof(MEMORYSTATUS)};
+  MEMORYSTATUS ms;
+  ms.dwLength = sizeof ms;
   GlobalMemoryStatus(&ms);
   const DWORD v = GetVersion();  // item 5 is major.minor as 0xMMMMmmmm
   const std::string common = "2=1 3=" + std::to_string(ms.dwTotalPhys >> 10) + " 5=" +
