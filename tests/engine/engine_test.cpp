@@ -89,7 +89,7 @@ TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
   EXPECT_EQ(Str(GetDefaultProfile), "C:\\P\\DAILY.GCF");
 }
 
-TEST(Log, ResetEmptiesTheFileAndAFailedOpenIsSkippedSilently) {
+TEST(Log, ResetEmptiesTheFileAFailedOpenIsSkippedSilentlyAndTheUninstallerNamesTheFolder) {
   EngineSandbox box;
   WriteLog("before any reset");  // no log path yet: nothing is written anywhere
   EXPECT_FALSE(FileExists(box.file("halvern.log")));
@@ -103,15 +103,12 @@ TEST(Log, ResetEmptiesTheFileAndAFailedOpenIsSkippedSilently) {
   WriteLog("lost");  // must not crash or fail
   box.RestoreSeam();
   EXPECT_EQ(ReadWholeFile(box.file("halvern.log")), "");
-}
-
-TEST(Log, TheUninstallersArgumentIsTheLogFolder) {
+  // The uninstaller's argument is the log folder.
   ScratchDir logs;
   const struct { std::string uninstall, logPath; } rows[] = {
       {"C:\\Orvalis\\unwise.exe " + logs.path(), logs.file("halvern.log")},
       {"C:\\Orvalis\\unwise.exe", "\\halvern.log"}};  // no argument: no folder, kept as it is
   for (const auto& r : rows) {
-    EngineSandbox box;
     box.SetHklmString(kUninstallKey, "UninstallString", r.uninstall.c_str());
     ResetLog();
     EXPECT_EQ(std::string(State().logPath), r.logPath);
@@ -131,7 +128,7 @@ int WINAPI FakeLocaleInfo(LCID, LCTYPE type, LPSTR out, int size) {
 }
 
 // The library is released on purpose at every thread notification, never on process detach.
-TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
+TEST(Strings, LanguageLibraryNameRuleFallbacksReleaseAndMissingIds) {
   // present: the file placed beside the test as a language library
   const struct { const char *language, *present, *text1360; DWORD release; } rows[] = {
       {"DEU", "DEUOV32.DLL", "Prozessor", DLL_THREAD_ATTACH},
@@ -157,10 +154,8 @@ TEST(Strings, LanguageLibraryNameRuleFallbacksAndRelease) {
     EXPECT_EQ(State().languageLibrary, nullptr);
     EXPECT_TRUE(!r.present || !GetModuleHandleA(r.present));  // really unloaded
   }
-}
-
-// (The error box's text and title are pinned through the document exports.)
-TEST(Strings, TambrellFallbackMissingIdsAndTheBoundedErrorBox) {
+  // TAMBRELL.DLL as the fallback, missing ids, and the bounded error box (whose text and title are
+  // pinned through the document exports).
   EngineSandbox box;
   char text[256] = "junk";
   EXPECT_EQ(LoadEngineString(nullptr, 1360, text, sizeof text), 0);  // no TAMBRELL.DLL yet

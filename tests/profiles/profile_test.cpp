@@ -32,7 +32,7 @@ std::string Folder(UINT(WINAPI* get)(LPSTR, UINT)) {
   return d;
 }
 
-TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCase) {
+TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCaseAndWritingBack) {
   EngineSandbox box;
   WriteWholeFile(box.file("text.ini"), "[a]\nb=c\n");
   WriteWholeFile(box.file("binary.dat"), std::string("ab\0cd", 5));
@@ -69,6 +69,19 @@ TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCase) {
   ASSERT_EQ(Count(m.p->dirs), 3);
   EXPECT_STREQ(m.p->dirs->next->name, "[GROUPDIRS_END] ");
   EXPECT_EQ(Count(m.p->files), 1);
+  // Writing back drops the missing files.
+  WriteWholeFile(box.file("IN.GCF"), "Round trip\n[GROUPFILES_START]\n" + box.file("text.ini") + "\n" +
+                                         box.file("gone.ini") + "\n[GROUPFILES_END]\n[GROUPASSET_START]\n"
+                                         "A,b,-1,28673\n[GROUPASSET_END]\n[GROUPREGKEYS_START]\nHKCU\\X\n"
+                                         "[GROUPREGKEYS_END]\n");
+  Read w(box.file("IN.GCF"));
+  lstrcpynA(w.p->fileName, "OUT.GCF", MAX_PATH);
+  ASSERT_EQ(WriteProfile(w.p, (box.dir() + "\\").c_str()), 0);
+  EXPECT_EQ(ReadWholeFile(box.file("OUT.GCF")), "Round trip\r\n[GROUPFILES_START]\r\n" + box.file("text.ini") +
+                                                    "\r\n[GROUPFILES_END]\r\n[GROUPDIRS_START]\r\n[GROUPDIRS_END]\r\n"
+                                                    "[GROUPREGKEYS_START]\r\nHKCU\\X\r\n[GROUPREGKEYS_END]\r\n"
+                                                    "[GROUPASSET_START]\r\nA,b,-1,28673\r\n[GROUPASSET_END]\r\n");
+  EXPECT_EQ(WriteProfile(w.p, "Q:\\no\\such\\folder\\"), -1);
 }
 
 // A profile's folder tag runs to the last ">", and all but <windows> mean the system folder; a system
@@ -111,23 +124,6 @@ TEST(Profile, BadInputIsReadSafely) {
   }
   Read missing(box.file("none.GCF"));
   EXPECT_EQ(missing.rc, -1);
-}
-
-TEST(Profile, WriteBackDropsMissingFiles) {
-  EngineSandbox box;
-  WriteWholeFile(box.file("a.ini"), "x");
-  WriteWholeFile(box.file("IN.GCF"), "Round trip\n[GROUPFILES_START]\n" + box.file("a.ini") + "\n" +
-                                         box.file("gone.ini") + "\n[GROUPFILES_END]\n[GROUPASSET_START]\n"
-                                         "A,b,-1,28673\n[GROUPASSET_END]\n[GROUPREGKEYS_START]\nHKCU\\X\n"
-                                         "[GROUPREGKEYS_END]\n");
-  Read r(box.file("IN.GCF"));
-  lstrcpynA(r.p->fileName, "OUT.GCF", MAX_PATH);
-  ASSERT_EQ(WriteProfile(r.p, (box.dir() + "\\").c_str()), 0);
-  EXPECT_EQ(ReadWholeFile(box.file("OUT.GCF")), "Round trip\r\n[GROUPFILES_START]\r\n" + box.file("a.ini") +
-                                                    "\r\n[GROUPFILES_END]\r\n[GROUPDIRS_START]\r\n[GROUPDIRS_END]\r\n"
-                                                    "[GROUPREGKEYS_START]\r\nHKCU\\X\r\n[GROUPREGKEYS_END]\r\n"
-                                                    "[GROUPASSET_START]\r\nA,b,-1,28673\r\n[GROUPASSET_END]\r\n");
-  EXPECT_EQ(WriteProfile(r.p, "Q:\\no\\such\\folder\\"), -1);
 }
 
 TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {

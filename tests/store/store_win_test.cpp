@@ -81,7 +81,7 @@ TEST(WindowsLocale, DatesFollowTheSystemLocale) {
 
 const char kHead[] = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SNAPSHOTLIST SYSTEM \"snaplist.dtd\">\r\n<SNAPSHOTLIST>\r\n";
 
-TEST(Catalogue, ListDocumentAndRenaming) {
+TEST(Catalogue, ListDocumentRenamingAndDeleting) {
   EngineSandbox box;
   box.CaptureMessageBoxes();
   EXPECT_EQ(GetSnapshotList(box.file("none").c_str(), "l.xml"), 110u);  // output cannot be opened
@@ -113,10 +113,7 @@ TEST(Catalogue, ListDocumentAndRenaming) {
   EXPECT_EQ(ReadWholeFile(box.file("OLD.BCF")), "renamed\r\n[DRIVES_START]\r\n[DRIVES_END]\r\n");
   EXPECT_EQ(RenameSnapshot("BASE0001.BCF", "x"), 0xFFFFFFFFu);  // empty
   EXPECT_EQ(RenameSnapshot("MISSING.BCF", "x"), 0xFFFFFFFFu);
-}
-
-TEST(Catalogue, DeleteTakesEveryCompanionEvenWithoutTheAssetLibrary) {
-  EngineSandbox box;
+  // Deleting takes every companion, even without the asset library, and nothing else.
   box.RemoveCompanionLibraries();
   box.MakeDirs({"NIMBRA", "NIMBRA\\NT0000"});
   for (const char* f : {"NIMBRA\\WIN0000.BSE", "NIMBRA\\DIR0000.OVD", "NIMBRA\\REG0000.OVR", "NIMBRA\\NT0000\\k.sav",

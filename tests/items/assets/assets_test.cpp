@@ -44,7 +44,7 @@ class Assets : public ::testing::Test {
   EngineSandbox box_;
 };
 
-TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
+TEST_F(Assets, TheStageAsTheEngineDrivesTheLibraryWithAndWithoutAssetsOrLibrary) {
   g_realGetProc = Sys().GetProcAddress;
   Sys().GetProcAddress = ProcRecordingSnap;
   g_options.clear();
@@ -70,10 +70,8 @@ TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
   EXPECT_EQ(CompareAssettoXML(nullptr, nullptr, app.c_str(), out.c_str(), 0), 87u);
   ASSERT_EQ(DeleteSnapshot("BASE0000.BCF"), 0u);
   EXPECT_FALSE(FileExists(box_.file("NIMBRA\\AST0000.OVA")));
-}
-
-TEST_F(Assets, WithoutAssetsTheEmptyReservationStaysAndWithoutTheLibraryNothingIsKept) {
-  // Kept as it is: the empty reservation is removed by its bare name from the current folder.
+  // Without assets the empty reservation stays (kept as it is: it is removed by its bare name from
+  // the current folder).
   EXPECT_EQ(IndexSection(Snap(""), "ASSETINFO"), "");
   EXPECT_TRUE(FileExists(box_.file("NIMBRA\\AST0000.OVA")) && ReadWholeFile(box_.file("NIMBRA\\AST0000.OVA")).empty());
   // Without CORVID.DLL the stage fails and the snapshot is discarded.

@@ -67,7 +67,7 @@ class DirTrees : public ::testing::Test {
   const std::string root_ = box_.file("tree");
 };
 
-TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesAndReadsBackEqual) {
+TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesReadsBackEqualAndKeepsTimes) {
   DirNode* live = CaptureDirectory((root_ + "\\").c_str());  // a trailing backslash changes nothing
   ASSERT_NE(live, nullptr);
   EXPECT_EQ(Dump(live, false), Under(root_, {"\\", "\\a", "\\a\\b", "\\a\\b\\c", "\\a\\b\\c\\deep.ini", "\\a\\one.dll",
@@ -94,6 +94,27 @@ TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesAndReadsBackEqual) {
   EXPECT_NE(Dump(live).find("Temporary Internet Files\\cache.dat"), std::string::npos);
   FreeDirTree(live);
   EXPECT_EQ(CaptureDirectory(box_.file("missing").c_str()), nullptr);
+  // The walk converts file times with its own calendar arithmetic: odd seconds, a leap day of a
+  // century, and years before and past the DOS range must agree with the system's conversion.
+  const std::string dir = box_.file("t");
+  MakeDir(dir);
+  const SYSTEMTIME times[] = {{1999, 12, 0, 31, 23, 59, 59, 0}, {2000, 2, 0, 29, 12, 30, 31, 0},
+                              {1979, 12, 0, 31, 23, 0, 0, 0}, {2108, 1, 0, 1, 0, 0, 0, 0}};
+  for (size_t i = 0; i < std::size(times); ++i) {
+    WriteWholeFile(dir + "\\f" + std::to_string(i), "x");
+    SetTime(dir + "\\f" + std::to_string(i), times[i]);
+  }
+  live = CaptureDirectory(dir.c_str());
+  ASSERT_NE(live, nullptr);
+  for (const DirNode* f = live->files; f; f = f->next) {
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    FILETIME local;
+    WORD date = 0, time = 0;
+    GetFileAttributesExA(f->path, GetFileExInfoStandard, &a);
+    FileTimeToLocalFileTime(&a.ftLastWriteTime, &local);
+    EXPECT_EQ(f->time, FileTimeToDosDateTime(&local, &date, &time) ? uint32_t(date) << 16 | time : 0) << f->path;
+  }
+  FreeDirTree(live);
 }
 
 TEST_F(DirTrees, ThousandsOfFilesAndPathsNearTheLimit) {
@@ -203,32 +224,6 @@ TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
     FreeDirTree(t);
   }
 }
-
-// The walk converts file times with its own calendar arithmetic: odd seconds, a leap day of a
-// century, and years before and past the DOS range must agree with the system's conversion.
-TEST_F(DirTrees, WalkTimesAgreeWithTheSystemConversion) {
-  const std::string dir = box_.file("t");
-  MakeDir(dir);
-  const SYSTEMTIME times[] = {{1999, 12, 0, 31, 23, 59, 59, 0}, {2000, 2, 0, 29, 12, 30, 31, 0},
-                              {1979, 12, 0, 31, 23, 0, 0, 0}, {2108, 1, 0, 1, 0, 0, 0, 0}};
-  for (size_t i = 0; i < std::size(times); ++i) {
-    WriteWholeFile(dir + "\\f" + std::to_string(i), "x");
-    SetTime(dir + "\\f" + std::to_string(i), times[i]);
-  }
-  DirNode* tree = CaptureDirectory(dir.c_str());
-  ASSERT_NE(tree, nullptr);
-  for (const DirNode* f = tree->files; f; f = f->next) {
-    WIN32_FILE_ATTRIBUTE_DATA a;
-    FILETIME local;
-    WORD date = 0, time = 0;
-    GetFileAttributesExA(f->path, GetFileExInfoStandard, &a);
-    FileTimeToLocalFileTime(&a.ftLastWriteTime, &local);
-    EXPECT_EQ(f->time, FileTimeToDosDateTime(&local, &date, &time) ? uint32_t(date) << 16 | time : 0) << f->path;
-  }
-  FreeDirTree(tree);
-}
-
-// ---- Through the exports ------------------------------------------------------------------------
 
 class DirSnapshots : public DirTrees {
  protected:

@@ -84,16 +84,14 @@ TEST(CompareTextLines, Walk) {
 
 // Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
 // from 30), the character at each cut left out, and one piece found in the newer line is enough.
-TEST(CompareTextLines, Similarity) {
+TEST(CompareTextLines, SimilarityAndLookAhead) {
   const std::string l20 = "0123456789ABCDEFGHI\n", l25 = "abcdefghijklmnopqrstuvwx\n",
                     l29 = "0123456789ABCDEFGHIJKLMNOPQR\n", l30 = "0123456789ABCDEFGHIJKLMNOPQRS\n",
                     l40 = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabc\n";
   const struct { const char* name; std::string older, newer; bool similar; } cases[] = {
-      {"3 characters never", "ab\n", "zzab\n", false},
-      {"4 characters, contained", "abc\n", "zzabc\n", true},
+      {"3 characters never", "ab\n", "zzab\n", false}, {"4 characters, contained", "abc\n", "zzabc\n", true},
       {"newer shorter, contained in the older", l40, "abc\n", true},
-      {"trailing blank", "alpha beta\n", "alpha beta \n", false},
-      {"last line without line feed", "last", "last\n", true},
+      {"trailing blank", "alpha beta\n", "alpha beta \n", false}, {"no last line feed", "last", "last\n", true},
       {"20: second half", l20, "xxxxxxxxxxxBCDEFGHI\n", true},
       {"25: first half", l25, "abcdefghijklMNOPQRSTUVWX\n", true},
       {"25: second half, after the cut", l25, "ABCDEFGHIJKLMnopqrstuvwx\n", true},
@@ -108,9 +106,7 @@ TEST(CompareTextLines, Similarity) {
     std::string o = c.older.substr(0, c.older.find('\n')), n = c.newer.substr(0, c.newer.find('\n'));
     EXPECT_EQ(r.lines(), (c.similar ? V{"4 1 " + o, "5 -1 " + n} : V{"2 1 " + o, "1 -1 " + n}));
   }
-}
-
-TEST(CompareTextLines, LookAheadIsFiftyLines) {
+  // The look-ahead is fifty lines.
   for (int inserted : {50, 51}) {
     std::string newer;
     for (int i = 0; i < inserted; ++i) newer += "new" + std::to_string(i) + "\n";
@@ -216,7 +212,7 @@ std::string Escaped(const std::string& text, size_t length) {
   return Written([&](FILE* f) { WriteEscapedText(f, text.c_str(), length); });
 }
 
-TEST(WriteEscapedText, Output) {
+TEST(WriteEscapedText, OutputShortAndLong) {
   const struct { const char* name; std::string text; size_t length; std::string expected; } cases[] = {
       {"cdata", "a<b>&c", 6, "<![CDATA[a<b>&c]]>"},
       {"cdata drops bytes of 0x80 and above", "\xe9t\x80", 3, "<![CDATA[t]]>"},
@@ -226,9 +222,7 @@ TEST(WriteEscapedText, Output) {
       {"escape: a dropped byte repeats the prefix", "ab\xff]]>", 6, "aaabab]ab]]&g"},
       {"escape chosen on the whole string", "ab]]>", 2, "a"}};
   for (const auto& c : cases) EXPECT_EQ(Escaped(c.text, c.length), c.expected) << c.name;
-}
-
-TEST(WriteEscapedText, LongTextCrossesTheFlushPoints) {
+  // Long texts cross the flush points.
   std::string text, kept;
   for (int i = 0; i < 20000; ++i) {
     text += static_cast<char>(i % 7 ? 'a' + i % 26 : 0x80 + i % 100);

@@ -53,7 +53,14 @@ class CpuTest : public ::testing::Test {
   EngineSandbox box_;
 };
 
-TEST_F(CpuTest, ProcessorNames) {
+std::string Items(const SysInfoItem* list) {
+  std::string s;
+  for (; list; list = list->next)
+    s += std::to_string(list->item) + "=" + (list->text ? list->text : std::to_string(list->value)) + " ";
+  return s;
+}
+
+TEST_F(CpuTest, ProcessorNamesCollectedItemsAndTheProbeSetting) {
   const uint32_t mmx = 1u << 23;
   const struct { FakeCpu cpu; const char* name; } rows[] = {  // null: no item 16
       {{"GenuineIntel", 0x543, 0}, "Pentium"}, {{"GenuineIntel", 0x513, mmx}, "Pentium MMX"},
@@ -71,17 +78,7 @@ TEST_F(CpuTest, ProcessorNames) {
     EXPECT_STREQ(name, r.name) << r.cpu.vendor << " " << r.cpu.signature;
     free(name);
   }
-}
-
-std::string Items(const SysInfoItem* list) {
-  std::string s;
-  for (; list; list = list->next)
-    s += std::to_string(list->item) + "=" + (list->text ? list->text : std::to_string(list->value)) + " ";
-  return s;
-}
-
-// CPUID runs only from a 586 on, and not with NO_CPUID_SUPPORT.
-TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
+  // CPUID runs only from a 586 on, and not with NO_CPUID_SUPPORT.
   g_cpu = {"GenuineIntel", 0x633, 1u << 23, nullptr};
   MEMORYSTATUS ms;
   ms.dwLength = sizeof ms;
@@ -90,10 +87,10 @@ TEST_F(CpuTest, CollectedItemsAndTheProbeSetting) {
   const std::string common = "2=1 3=" + std::to_string(ms.dwTotalPhys >> 10) + " 5=" +
                              std::to_string((v & 0xFF) << 16 | ((v >> 8) & 0xFF)) + " ";
   const std::string cpu = "9=GenuineIntel 16=Pentium II MMX ";
-  const struct { const char* noCpuid; DWORD type; std::string items; } rows[] = {
+  const struct { const char* noCpuid; DWORD type; std::string items; } collected[] = {
       {"0", 586, "1=5 " + common + cpu}, {"1", 586, "1=5 " + common}, {"0", 486, "1=4 " + common},
       {"0", 8664, "1=2 " + common + cpu}};
-  for (const auto& r : rows) {
+  for (const auto& r : collected) {
     box_.SetOrvalis("NO_CPUID_SUPPORT", r.noCpuid);
     InitEngine();
     g_processorType = r.type, g_cpuidCalls = 0;
@@ -117,21 +114,6 @@ DWORD WINAPI Connection(LPCSTR local, LPSTR remote, LPDWORD len) {
   return local[0] == 'N' ? NO_ERROR : ERROR_NOT_CONNECTED;
 }
 
-// The space of C: and N: is the overflow guard's large case: shifted first, never again.
-TEST(Drives, SectionFromTheDriveCallsAndClusterArithmetic) {
-  EXPECT_EQ(ClustersToKB(1000, 8, 512), 4000u);      // small: shifted at the end
-  EXPECT_EQ(ClustersToKB(0x10000, 2, 512), 65536u);  // 0x20000 after SPC: shifted there
-  EngineSandbox box;
-  Sys().GetDriveTypeA = ThreeDrives;
-  Sys().GetDiskFreeSpaceA = FixedSpace;
-  Sys().WNetGetConnectionA = Connection;
-  SnapshotRecord rec{};
-  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteDrivesSection(f, &rec); }),
-            "[DRIVES_START]\r\nA,2,0,0,\r\nC,3,95977472,63995904,\r\nN,4,95977472,63995904,\\\\server\\share\r\n"
-            "[DRIVES_END]\r\n");
-  ClearSnapshotRecord(&rec);
-}
-
 struct Item { uint16_t item; int32_t value; const char* text = nullptr; };
 // Heap nodes, as a section reader makes them.
 SysInfoItem* Chain(const std::vector<Item>& items) {
@@ -146,7 +128,7 @@ SysInfoItem* Chain(const std::vector<Item>& items) {
 }
 
 // The name supersedes the class; a change of free space is shown but not flagged.
-TEST(SysInfoCompare, SectionsOfTheReportAndElementsOfTheInformationDocument) {
+TEST(SysInfoCompare, SectionsOfTheReportElementsOfTheInformationDocumentAndTheDrivesSection) {
   EngineSandbox box;
   box.CopyFromBin("TAMBRELL.DLL");
   SnapshotRecord older{}, newer{};
@@ -220,6 +202,15 @@ TEST(SysInfoCompare, SectionsOfTheReportAndElementsOfTheInformationDocument) {
             "        <DRVSPACE>5 KB free</DRVSPACE>\r\n        <DRVNET>\\\\srv\\x</DRVNET>\r\n      </DRIVE>\r\n"
             "      <DRIVE>\r\n        <DRVNAME>R:</DRVNAME>\r\n        <DRVTYPE type=\""
             "        <DRVSPACE>1 KB free</DRVSPACE>\r\n      </DRIVE>\r\n");
+  // The space of C: and N: is the overflow guard's large case: shifted first, never again.
+  EXPECT_EQ(ClustersToKB(1000, 8, 512), 4000u);      // small: shifted at the end
+  EXPECT_EQ(ClustersToKB(0x10000, 2, 512), 65536u);  // 0x20000 after SPC: shifted there
+  Sys().GetDriveTypeA = ThreeDrives, Sys().GetDiskFreeSpaceA = FixedSpace, Sys().WNetGetConnectionA = Connection;
+  SnapshotRecord rec{};
+  EXPECT_EQ(WrittenBy([&](FILE* f) { WriteDrivesSection(f, &rec); }),
+            "[DRIVES_START]\r\nA,2,0,0,\r\nC,3,95977472,63995904,\r\nN,4,95977472,63995904,\\\\server\\share\r\n"
+            "[DRIVES_END]\r\n");
+  ClearSnapshotRecord(&rec);
 }
 
 }  // namespace
