@@ -209,23 +209,10 @@ TEST(Coders, RoundTripEveryModeAndDictionary) {
       }
 }
 
-TEST(Explode, AcceptsEveryLengthAndDistanceOfEachHeader) {
-  for (int k : {4, 5, 6}) {
-    BitWriter w(k);
-    std::string expect = Random(64 << k, k), out;
-    for (char c : expect) w.Literal(static_cast<unsigned char>(c));
-    auto match = [&](int len, int dist) { for (w.Match(len, dist); len--;) expect += expect[expect.size() - dist]; };
-    for (int len = 2; len <= 518; ++len) match(len, len == 2 ? 256 : 1 + len % (64 << k));
-    for (int dist = 1; dist <= 64 << k; ++dist) match(3 + dist % 16, dist), match(2, std::min(dist, 256));
-    EXPECT_EQ(ExplodeString(w.Finish(), &out), kExplodeOk) << k;
-    EXPECT_TRUE(out == expect) << k;
-  }
-}
-
 // Published streams decode exactly, and the encoder does no worse on their texts; each kind of bad
 // stream is named; every cut of a good one is "truncated" with a correct prefix written. (Garbage
 // in general is the explode fuzzer's.)
-TEST(Explode, StreamsGiveTheirTextOrANamedVerdict) {
+TEST(Explode, StreamsGiveTheirTextOrANamedVerdictWriteFailuresBadArgumentsAndEveryLengthAndDistance) {
   auto stream = [](int k, std::initializer_list<std::pair<int, int>> tokens) {
     BitWriter w(k);
     for (auto [len, dist] : tokens) len ? w.Match(len, dist) : w.Literal(static_cast<unsigned char>(dist));
@@ -266,19 +253,16 @@ TEST(Explode, StreamsGiveTheirTextOrANamedVerdict) {
       ASSERT_EQ(out, data.substr(0, out.size())) << cut;
     }
   }
-}
-
-TEST(Coders, ReportWriteFailuresAndBadArguments) {
-  const std::string data = Text(200000), packed = Imploded(data, kImplodeBinary, 1024);
-  std::string out;
-  EXPECT_EQ(ExplodeString(packed, &out, 4096, data.size() - 1), kExplodeWriteError);
-  EXPECT_EQ(out, data.substr(0, data.size() - 1));
+  // Write failures and bad arguments of both coders.
+  const std::string text = Text(200000);
+  EXPECT_EQ(ExplodeString(Imploded(text, kImplodeBinary, 1024), &out, 4096, text.size() - 1), kExplodeWriteError);
+  EXPECT_EQ(out, text.substr(0, text.size() - 1));
   for (int level : {kImplodeFast, kImplodeOptimal}) {
-    Streams s{data, 4096, 1000};
+    Streams s{text, 4096, 1000};
     EXPECT_EQ(Implode(ReadStreams, WriteStreams, nullptr, 0, &s, kImplodeBinary, 1024, level), kImplodeWriteError);
     EXPECT_EQ(s.refusals, 1) << level;
   }
-  Streams s{data, 4096, 1000};
+  Streams s{text, 4096, 1000};
   const struct { int type, dict, level, rc; } bad[] = {{2, 1024, kImplodeFast, kImplodeBadType},
       {0, 1024, -1, kImplodeBadLevel}, {0, 1024, 2, kImplodeBadLevel}, {1, 0, 0, kImplodeBadDictSize},
       {1, 1000, 0, kImplodeBadDictSize}, {1, 8192, 0, kImplodeBadDictSize}};
@@ -287,6 +271,17 @@ TEST(Coders, ReportWriteFailuresAndBadArguments) {
   std::vector<unsigned char> work(kExplodeWorkSize);
   EXPECT_EQ(Explode(ReadStreams, WriteStreams, nullptr, kExplodeWorkSize, &s), kExplodeNoWorkArea);
   EXPECT_EQ(Explode(ReadStreams, WriteStreams, work.data(), kExplodeWorkSize - 1, &s), kExplodeNoWorkArea);
+  // Every length and distance of each header decodes.
+  for (int k : {4, 5, 6}) {
+    BitWriter w(k);
+    std::string expect = Random(64 << k, k), out;
+    for (char c : expect) w.Literal(static_cast<unsigned char>(c));
+    auto match = [&](int len, int dist) { for (w.Match(len, dist); len--;) expect += expect[expect.size() - dist]; };
+    for (int len = 2; len <= 518; ++len) match(len, len == 2 ? 256 : 1 + len % (64 << k));
+    for (int dist = 1; dist <= 64 << k; ++dist) match(3 + dist % 16, dist), match(2, std::min(dist, 256));
+    EXPECT_EQ(ExplodeString(w.Finish(), &out), kExplodeOk) << k;
+    EXPECT_TRUE(out == expect) << k;
+  }
 }
 
 // The file wrappers: round trips with their CRC, the quiet failures the engine has always relied

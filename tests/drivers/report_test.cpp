@@ -40,7 +40,7 @@ class Report : public ::testing::Test {
   std::string report_;
 };
 
-TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
+TEST_F(Report, HeadFilesSectionUnsortedAndSortedLiveSystemAppendingAndBadArguments) {
   ASSERT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str()), 0u);
   EXPECT_EQ(Body("Orvalis", "System Information\n"), "Orvalis Snapshot Difference Report\n"
             "==================================\n\nOlder snapshot: T  before\nNewer snapshot: T  after\n\n");
@@ -56,9 +56,7 @@ TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
   EXPECT_EQ(Body("System Files\n", ""),
             "System Files\n\n\n" + notes + "\n\n + delta\n-> Version 1.1 of the notes\n\n" + ini +
                 "\n\n\n - [Gone]\n - x=1\n\n + [New]\n + y=22\n\n** [Main]\n<- Color=blue\n-> Color=green\n");
-}
-
-TEST_F(Report, LiveSystemAppendingAndBadArguments) {
+  // Against the live system.
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
   EXPECT_NE(NoCr(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
       << ReadWholeFile(report_);

@@ -294,7 +294,7 @@ TEST_F(Safety, UndoBaseDeletesOnlyAnUndoBase) {
   EXPECT_EQ(Files(), empty);
 }
 
-TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
+TEST_F(Safety, RenameDeleteAndDocumentsUnderFaultsAndCompanionNamesOutsideTheDataFolder) {
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "original"), 0u);
   const std::string index = box_.file("BASE0000.BCF"), original = ReadWholeFile(index);
   const std::set<std::string> before = Files();
@@ -336,11 +336,8 @@ TEST_F(Safety, RenameDeleteAndDocumentsUnderFaults) {
           ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("DAILY.GCF", "original"), 0u);
         }
       });
-}
-
-// Each row writes an index file by hand whose records name companions outside the data folder
-// or the folder itself; deleting it must touch nothing but its own index file.
-TEST_F(Safety, CompanionNamesOutsideTheDataFolderAreNeverUsed) {
+  // Each row writes an index file by hand whose records name companions outside the data folder
+  // or the folder itself; deleting it must touch nothing but its own index file.
   const struct { const char *name, *records; } rows[] = {
       {"file copy up", "[FILEINFO_START]\nC:\\a.ini,..\\victim.txt,0,0\n[FILEINFO_END]\n"},
       {"file copy dot", "[FILEINFO_START]\nC:\\a.ini,.,0,0\n[FILEINFO_END]\n"},

@@ -103,8 +103,21 @@ TEST(Profile, FolderTagsAndSystemFileTokens) {
   }
 }
 
-TEST(Profile, BadInputIsReadSafely) {
+TEST(Profile, ListDocumentOfEveryReadableProfileUnescapedAndBadInputReadSafely) {
   EngineSandbox box;
+  const std::string head = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n";
+  ASSERT_EQ(GetProfileList(box.dir().c_str(), "list.xml"), 0u);
+  EXPECT_EQ(ReadWholeFile(box.file("list.xml")), head + "</PROFILELIST>\r\n");
+  WriteWholeFile(box.file("A.GCF"), "Fish & <chips>\n");
+  WriteWholeFile(box.file("B.GCF"), "");  // no first line: left out
+  ASSERT_EQ(GetProfileList((box.dir() + "\\").c_str(), "list.xml"), 0u);
+  EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
+            head + "  <PROFILES>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n    <FILE>A.GCF</FILE>\r\n"
+                   "  </PROFILES>\r\n</PROFILELIST>\r\n");
+  const std::string& shown = box.CaptureMessageBoxes();
+  EXPECT_EQ(GetProfileList("Q:\\no\\such\\folder", "list.xml"), 1u);
+  EXPECT_EQ(shown, "open failed|Q:\\no\\such\\folder\\list.xml");
+  // Bad input is read safely.
   std::string longLine(1000, 'L'), many = "many\n[GROUPDIRS_START]\n";
   for (int i = 0; i < 10000; ++i) many += "C:\\dir" + std::to_string(i) + "\n";
   many += "[GROUPDIRS_END]\n";
@@ -124,22 +137,6 @@ TEST(Profile, BadInputIsReadSafely) {
   }
   Read missing(box.file("none.GCF"));
   EXPECT_EQ(missing.rc, -1);
-}
-
-TEST(ProfileList, DocumentListsEveryReadableProfileUnescaped) {
-  EngineSandbox box;
-  const std::string head = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE PROFILELIST SYSTEM \"proflist.dtd\">\r\n<PROFILELIST>\r\n";
-  ASSERT_EQ(GetProfileList(box.dir().c_str(), "list.xml"), 0u);
-  EXPECT_EQ(ReadWholeFile(box.file("list.xml")), head + "</PROFILELIST>\r\n");
-  WriteWholeFile(box.file("A.GCF"), "Fish & <chips>\n");
-  WriteWholeFile(box.file("B.GCF"), "");  // no first line: left out
-  ASSERT_EQ(GetProfileList((box.dir() + "\\").c_str(), "list.xml"), 0u);
-  EXPECT_EQ(ReadWholeFile(box.file("list.xml")),
-            head + "  <PROFILES>\r\n    <DESCRIPTION>Fish & <chips></DESCRIPTION>\r\n    <FILE>A.GCF</FILE>\r\n"
-                   "  </PROFILES>\r\n</PROFILELIST>\r\n");
-  const std::string& shown = box.CaptureMessageBoxes();
-  EXPECT_EQ(GetProfileList("Q:\\no\\such\\folder", "list.xml"), 1u);
-  EXPECT_EQ(shown, "open failed|Q:\\no\\such\\folder\\list.xml");
 }
 
 }  // namespace

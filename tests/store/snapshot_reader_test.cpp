@@ -57,7 +57,7 @@ std::string Describe(const SnapshotRecord& r) {
   return out;
 }
 
-TEST(SnapshotReader, Version6EverySection) {
+TEST(SnapshotReader, Version6EverySectionAndMarkersWithoutCaseButWholeLine) {
   Loaded l(kVersion6);
   ASSERT_EQ(l.rc, 0);
   // Texts for SYSINFO items 9 and 16; drive fields in the order letter, type, total, free, net
@@ -75,6 +75,11 @@ TEST(SnapshotReader, Version6EverySection) {
             "asset C:\\Fonts\\*.TTF|AST0000.OVA|1|28673\n"
             "dir C:\\Program Files\\My, Tool|DIR0000.OVD|1|3735928559\n"
             "backup NT0001|0|0||0|0\n");
+  // Markers match without regard to case but as whole lines.
+  Loaded m("FormatVersion=6\nd\n[fileinfo_start]\nC:\\A.INI,A0000.BSE,0,1\n[FileInfo_End]\n"
+           "[FLAGS_START] \n4\n[FLAGS_END]\n");
+  ASSERT_EQ(m.rc, 0);
+  EXPECT_EQ(Describe(*m.rec), "d|0|0\nfile C:\\A.INI|A0000.BSE|0|1\n");  // "[FLAGS_START] " is no marker
 }
 
 TEST(SnapshotReader, Windows9xReadsRegBackInsteadOfRegNt) {
@@ -109,13 +114,6 @@ TEST(SnapshotReader, VersionRulesForOldFiles) {
                                     "reg HKLM\\S|REG0000.OVR|" + r.reg + "\nasset A|AST0000.OVA|" + r.asset +
                                     "\ndir C:\\D|DIR0000.OVD|" + r.dir + "\n");
   }
-}
-
-TEST(SnapshotReader, MarkersMatchWithoutRegardToCaseButWholeLine) {
-  Loaded l("FormatVersion=6\nd\n[fileinfo_start]\nC:\\A.INI,A0000.BSE,0,1\n[FileInfo_End]\n"
-           "[FLAGS_START] \n4\n[FLAGS_END]\n");
-  ASSERT_EQ(l.rc, 0);
-  EXPECT_EQ(Describe(*l.rec), "d|0|0\nfile C:\\A.INI|A0000.BSE|0|1\n");  // "[FLAGS_START] " is no marker
 }
 
 // None of these holds a whole record: all are dropped; a file without a description line gives -1.

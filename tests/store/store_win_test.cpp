@@ -53,20 +53,6 @@ TEST(UniqueName, FilesAndFoldersCountUpAndAreReserved) {
   EXPECT_EQ(MakeUniqueFileName(deep.c_str(), "BASE", "BCF", name), 0);
 }
 
-TEST(LoadSnapshot, TakesTheFileTimeWhenTheStampIsMissing) {
-  EngineSandbox box;
-  std::string path = box.file("BASE0000.BCF");
-  WriteWholeFile(path, "FormatVersion=6\nno time\n[TIMEDATE_START]\n0\n[TIMEDATE_END]\n");
-  SnapshotRecord* rec = NewSnapshotRecord();
-  ASSERT_EQ(LoadSnapshot(path.c_str(), rec), 0);
-  EXPECT_NE(rec->time, 0u);
-  FreeSnapshotRecord(rec);
-  char folder[MAX_PATH];
-  EXPECT_TRUE(CompanionFolder(path.c_str(), folder));
-  EXPECT_EQ(std::string(folder), box.dir() + "\\NIMBRA\\");
-  EXPECT_FALSE(CompanionFolder("BASE0000.BCF", folder));
-}
-
 // The dates as the system's locale shows them: the test is run once per locale (LC_ALL set by
 // CTest) and told the expected text through ORVALIS_EXPECT_DATE.
 TEST(WindowsLocale, DatesFollowTheSystemLocale) {
@@ -81,7 +67,7 @@ TEST(WindowsLocale, DatesFollowTheSystemLocale) {
 
 const char kHead[] = "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SNAPSHOTLIST SYSTEM \"snaplist.dtd\">\r\n<SNAPSHOTLIST>\r\n";
 
-TEST(Catalogue, ListDocumentRenamingAndDeleting) {
+TEST(Catalogue, ListDocumentRenamingDeletingAndLoading) {
   EngineSandbox box;
   box.CaptureMessageBoxes();
   EXPECT_EQ(GetSnapshotList(box.file("none").c_str(), "l.xml"), 110u);  // output cannot be opened
@@ -131,6 +117,16 @@ TEST(Catalogue, ListDocumentRenamingAndDeleting) {
   EXPECT_TRUE(FileExists(box.file("NIMBRA\\OTHER.BSE")));  // another snapshot's file
   EXPECT_TRUE(FileExists(box.file("NIMBRA\\AST0000.OVA")));  // only the asset library may remove it
   EXPECT_EQ(DeleteSnapshot("BASE0009.BCF"), 0xFFFFFFFFu);
+  // Loading takes the file time when the stamp is missing.
+  WriteWholeFile(path, "FormatVersion=6\nno time\n[TIMEDATE_START]\n0\n[TIMEDATE_END]\n");
+  SnapshotRecord* rec = NewSnapshotRecord();
+  ASSERT_EQ(LoadSnapshot(path.c_str(), rec), 0);
+  EXPECT_NE(rec->time, 0u);
+  FreeSnapshotRecord(rec);
+  char folder[MAX_PATH];
+  EXPECT_TRUE(CompanionFolder(path.c_str(), folder));
+  EXPECT_EQ(std::string(folder), box.dir() + "\\NIMBRA\\");
+  EXPECT_FALSE(CompanionFolder("BASE0000.BCF", folder));
 }
 
 }  // namespace

@@ -35,8 +35,7 @@ std::string Text(const char* folder, uint32_t options, const FileRecord* r, size
 }
 
 struct Block {
-  const char* asset;
-  const char* folder;
+  const char *asset, *folder;
   uint32_t options;
   std::vector<FileRecord> files;
   std::string text() const { return Text(folder, options, files.data(), files.size()); }

@@ -47,10 +47,7 @@ Lines StateOf(const std::string& folder, const Lines& names) {
   return out;
 }
 
-Lines Sorted(Lines v) {
-  std::sort(v.begin(), v.end());
-  return v;
-}
+Lines Sorted(Lines v) { return std::sort(v.begin(), v.end()), v; }
 
 // "letter name" per node, folders with a trailing backslash; a changed file's older state must be
 // followed directly by its newer one.
@@ -254,8 +251,7 @@ TEST_F(Corvid, RestoreWritesOnlyContentsThatCheck) {
     if (!std::strcmp(r.path, "bare.txt")) r.stored = 0;
     if (!std::strcmp(r.path, "bad.txt")) r.crc ^= 1;
   });
-  DeleteFileA((app_ + "\\kept.txt").c_str());
-  DeleteFileA((app_ + "\\bare.txt").c_str());
+  for (const char* f : {"\\kept.txt", "\\bare.txt"}) DeleteFileA((app_ + f).c_str());
   Put(app_ + "\\bad.txt", "live contents");
   Tree tree = AgainstLive(app_, 0x2000, "AST0001.OVA");
   EXPECT_EQ(Nodes(tree.get()), (Lines{"F bad.txt", "O bare.txt", "O kept.txt", "T bad.txt"}));
@@ -310,8 +306,7 @@ TEST_F(Corvid, DamagedCompanionsAndIndexesGiveAnErrorAndAreLeftAsTheyAre) {
     EXPECT_EQ(fromSnapshot_(bad.c_str(), row.asset, &tree, 1, 0, 0x2000), row.rc) << row.bytes.size();
     EXPECT_EQ(tree, nullptr);
   }
-  freeTree_(nullptr);
-  freeChanges_(nullptr);
+  freeTree_(nullptr), freeChanges_(nullptr);  // nothing to free is no error
   // An index that exists but cannot be opened must not be taken for a missing (empty) one: that would
   // replace every other snapshot's records with the capture's own.
   ASSERT_EQ(Snap(app_, 0x2000, "AST0001.OVA"), 0);

@@ -79,8 +79,7 @@ class MarlowTest : public ::testing::Test {
     ChangeNode *tree = FromDump(file, path), *live = Live(path, liveResult);
     EXPECT_EQ(m.compare(&tree, live, nullptr), 0);
     EXPECT_EQ(m.update(tree, 1), 0);
-    m.free(tree);
-    m.free(live);
+    m.free(tree), m.free(live);
   }
   // Every value type, empty and odd-sized data, the longest names, non-ASCII bytes, a volatile
   // key (the platform's bulk save leaves such keys out; a dump must not), 30 levels.
@@ -122,7 +121,7 @@ std::string UserKey(const std::string& key) {
   return "";
 }
 
-TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndDamageGives13) {
+TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadDamageGives13AndCompareMarksChangesUpToTheRoot) {
   const std::string rich = base + "\\rich", sid = UserKey(base);
   ASSERT_FALSE(sid.empty());
   BuildRichKey(rich);
@@ -186,9 +185,7 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
   EXPECT_EQ(m.dump(dir.file("REG3.OVR").c_str(), 3), 87);
   EXPECT_FALSE(orvalis_test::FileExists(dir.file("REG3.OVR")));
   EXPECT_NE(m.dump((dir.path() + "\\no folder\\REG.OVR").c_str(), 0), 0);
-}
-
-TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
+  // The comparison marks added, removed and changed nodes up to the root.
   const std::string one = base + "\\one", two = base + "\\two";
   // "Data" and "DATA", "Keep" and "KEEP": the same names in another case, changed, not added.
   const struct { std::string key; const char* name; DWORD type; std::string data; } values[] = {
@@ -202,14 +199,14 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   uint32_t count = 0;
   ASSERT_EQ(m.compare(&a, b, &count), 0);
   m.free(b);
-  const struct { std::vector<const char*> path; int flags; } rows[] = {  // keys, then "@value"
+  const struct { std::vector<const char*> path; int flags; } marks[] = {  // keys, then "@value"
       {{}, kKindKey | kChangeBelow}, {{"@same"}, 0}, {{"@removed"}, kChangeOlder}, {{"@added"}, kChangeNewer},
       {{"@Data"}, kChangeFrom}, {{"@DATA"}, kChangeTo}, {{"@type"}, kChangeFrom},
       {{"Gone"}, kKindKey | kChangeOlder | kChangeBelow}, {{"Gone", "Below", "@x"}, kChangeOlder},
       {{"New"}, kKindKey | kChangeNewer | kChangeBelow}, {{"New", "Below", "@x"}, kChangeNewer},
       {{"Keep"}, kKindKey | kChangeBelow}, {{"Keep", "Deeper"}, kKindKey | kChangeBelow},
       {{"Keep", "Deeper", "@v"}, kChangeFrom}};
-  for (const auto& row : rows) {
+  for (const auto& row : marks) {
     const ChangeNode* n = a;
     for (const char* p : row.path) n = !n ? n : p[0] == '@' ? Find(n->values, p + 1) : Find(n->children, p);
     EXPECT_TRUE(n && n->flags == row.flags) << (row.path.empty() ? "the root" : row.path.back()) << ": " << (n ? n->flags : -1);

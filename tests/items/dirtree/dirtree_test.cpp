@@ -181,7 +181,7 @@ TEST_F(DirTrees, ComparisonWithTheLiveDiskAndWithASecondListing) {
 }
 
 // An empty value counts as a file pattern too.
-TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
+TEST_F(DirTrees, FiltersFromTheConfigurationFileAndBadListings) {
   const std::string cfg = box_.file("ORVALIS.CFG"), onlyEmpty = box_.file("EMPTY.CFG");
   WritePrivateProfileStringA("INC_FILTER", "1", "*.ini", cfg.c_str());
   WritePrivateProfileStringA("INC_FILTER", "2", "one.dll", cfg.c_str());
@@ -202,14 +202,12 @@ TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
   EXPECT_EQ(LoadDirFilters(cfg.c_str(), &failed), 8);
   EXPECT_EQ(failed, nullptr);
   box_.RestoreSeam();
-}
-
-TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
+  // Bad listings load without overrun, or not at all.
   const std::string packed = ReadWholeFile(Listing("NIMBRA\\OLD.OVD", 1));
   std::string deep = "C:\\r", deepListing = "C:\\r\n";
   for (int i = 0; i < 200; ++i) deepListing += "1024,0,0," + (deep += "\\d") + "\n";
   deepListing += "2048,1,1," + deep + "\\f\n";
-  const struct { const char* name; std::string bytes; int compressed; bool loads; } rows[] = {
+  const struct { const char* name; std::string bytes; int compressed; bool loads; } listings[] = {
       {"truncated stream", packed.substr(0, packed.size() / 2), 1, true},
       {"garbage stream", std::string(300, '\x5a'), 1, false},
       {"empty", "", 0, false},
@@ -217,7 +215,7 @@ TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
       {"binary lines", std::string("C:\\r\n\x01\x02,\xff,,C:\\r\\\x80\n", 18), 0, true},
       {"200 levels", deepListing, 0, true},
       {"long line", "C:\\r\n2048,1,1,C:\\r\\" + std::string(2000, 'y') + "\n", 0, true}};
-  for (const auto& r : rows) {
+  for (const auto& r : listings) {
     WriteWholeFile(box_.file("NIMBRA\\BAD.OVD"), r.bytes);
     DirNode* t = LoadDirListing(box_.file("NIMBRA\\BAD.OVD").c_str(), r.compressed);
     EXPECT_EQ(t != nullptr, r.loads) << r.name;
@@ -225,22 +223,15 @@ TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
   }
 }
 
-class DirSnapshots : public DirTrees {
- protected:
-  void SetUp() override {
-    DirTrees::SetUp();
-    WriteWholeFile(box_.file("P.GCF"), "dirs\n[GROUPDIRS_START]\n" + root_ + "\n" + box_.file("absent") +
-                                           "\n[GROUPDIRS_END]\n");
-    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "one"), 0u);
-  }
-  std::string Doc(const std::string& body) {
+TEST_F(DirTrees, SnapshotDocuments) {
+  WriteWholeFile(box_.file("P.GCF"), "dirs\n[GROUPDIRS_START]\n" + root_ + "\n" + box_.file("absent") +
+                                         "\n[GROUPDIRS_END]\n");
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "one"), 0u);
+  const std::string out = box_.file("d.xml");
+  auto Doc = [](const std::string& body) {
     return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE DIRTREEXML SYSTEM \"dirtree.dtd\">\r\n<DIRTREEXML>\r\n" + body +
            "</DIRTREEXML>\r\n";
-  }
-  const std::string out_ = box_.file("d.xml");
-};
-
-TEST_F(DirSnapshots, Documents) {
+  };
   // The absent directory gives no line.
   ASSERT_EQ(ExpandFile(box_.file("x.txt").c_str(), box_.file("NIMBRA\\DIR0000.OVD").c_str()), 0);
   const std::string text = ReadWholeFile(box_.file("x.txt"));
@@ -249,43 +240,43 @@ TEST_F(DirSnapshots, Documents) {
             std::string::npos);
   // Identical trees: even the root is skipped.
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "two"), 0u);
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0001.BCF", root_.c_str(), out_.c_str(), 0), 0u);
-  EXPECT_EQ(ReadWholeFile(out_), Doc(""));
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0001.BCF", root_.c_str(), out.c_str(), 0), 0u);
+  EXPECT_EQ(ReadWholeFile(out), Doc(""));
   // A change three levels down: the chain of directories, then the file's two DIRVALs.
   SetMinute(root_ + "\\a\\b\\c\\deep.ini", 7);
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 1), 0u);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 1), 0u);
   std::string chain;
   for (const char* d : {"\\", "\\a", "\\a\\b", "\\a\\b\\c"})
     chain += "  <DIRTREE>\r\n   <NNAME><![CDATA[" + root_ + d + "]]></NNAME><CHGFLAG flag=\"X\"/>\r\n";
   const std::string val = "    <DIRVAL>    <FNAME><![CDATA[deep.ini]]></FNAME><CHGFLAG flag=\"";
-  EXPECT_EQ(ReadWholeFile(out_),
+  EXPECT_EQ(ReadWholeFile(out),
             Doc(chain + val + "F\"/>     <TIME>02/03/2001 04:05:03</TIME>     <SIZE>15</SIZE>\r\n    </DIRVAL>\r\n" +
                 val + "T\"/>     <TIME>02/03/2001 04:07:03</TIME>     <SIZE>15</SIZE>\r\n    </DIRVAL>\r\n" +
                 "  </DIRTREE>\r\n  </DIRTREE>\r\n  </DIRTREE>\r\n  </DIRTREE>\r\n"));
   // One snapshot alone: the whole tree, every letter "X".
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 0), 0u);
-  const std::string listing = ReadWholeFile(out_);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 0), 0u);
+  const std::string listing = ReadWholeFile(out);
   EXPECT_NE(listing.find("<FNAME><![CDATA[with, comma.txt]]></FNAME><CHGFLAG flag=\"X\"/>"), std::string::npos);
   EXPECT_EQ(listing.find("flag=\"F\""), std::string::npos);
   // The live side's nodes carry the spelling of the directory as named.
   WriteWholeFile(root_ + "\\added.txt", "new");
   std::string shouted = root_;
   for (char& c : shouted) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, shouted.c_str(), out_.c_str(), 1), 0u);
-  EXPECT_NE(ReadWholeFile(out_).find("<FNAME><![CDATA[added.txt]]></FNAME><CHGFLAG flag=\"N\"/>"), std::string::npos);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, shouted.c_str(), out.c_str(), 1), 0u);
+  EXPECT_NE(ReadWholeFile(out).find("<FNAME><![CDATA[added.txt]]></FNAME><CHGFLAG flag=\"N\"/>"), std::string::npos);
   WriteWholeFile(root_ + "\\a\\one.dll", "changed size");
   WritePrivateProfileStringA("EXC_FILTER", "1", "*.txt", box_.file("ORVALIS.CFG").c_str());
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 1), 0u);
-  const std::string filtered = ReadWholeFile(out_);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 1), 0u);
+  const std::string filtered = ReadWholeFile(out);
   EXPECT_EQ(filtered.find("added.txt"), std::string::npos);
   EXPECT_NE(filtered.find("<FNAME><![CDATA[one.dll]]></FNAME><CHGFLAG flag=\"F\"/>"), std::string::npos);
-  DeleteFileA(out_.c_str());
-  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out_.c_str(), 1), 87u);
-  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out_.c_str(), 0), 87u);
-  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0009.BCF", root_.c_str(), out_.c_str(), 0), 87u);
-  EXPECT_FALSE(FileExists(out_));
-  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out_.c_str(), 1), 0u);  // live against itself
-  EXPECT_EQ(ReadWholeFile(out_), Doc(""));
+  DeleteFileA(out.c_str());
+  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out.c_str(), 1), 87u);
+  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out.c_str(), 0), 87u);
+  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0009.BCF", root_.c_str(), out.c_str(), 0), 87u);
+  EXPECT_FALSE(FileExists(out));
+  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out.c_str(), 1), 0u);  // live against itself
+  EXPECT_EQ(ReadWholeFile(out), Doc(""));
 }
 
 }  // namespace

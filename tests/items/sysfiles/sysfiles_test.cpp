@@ -57,7 +57,7 @@ struct Compared {
 };
 
 // A blank line counts only in the older copy; a line of more than 255 characters is read in pieces.
-TEST(CompareTextLines, Walk) {
+TEST(CompareTextLines, WalkSimilarityAndLookAhead) {
   const std::string x255(255, 'x');
   const struct { const char* name; std::string older, newer; V expected; } cases[] = {
       {"blanks", "  a\n\nb\n\tc\n", "a\nb\n\n  c\n", {"6 1   a", "6 2 ", "6 3 b", "6 4 \tc"}},
@@ -80,15 +80,12 @@ TEST(CompareTextLines, Walk) {
     EXPECT_EQ(r.lines(), c.expected);
     EXPECT_EQ(r.differs(), std::any_of(c.expected.begin(), c.expected.end(), [](auto& l) { return l[0] != '6'; }));
   }
-}
-
-// Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
-// from 30), the character at each cut left out, and one piece found in the newer line is enough.
-TEST(CompareTextLines, SimilarityAndLookAhead) {
+  // Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
+  // from 30), the character at each cut left out, and one piece found in the newer line is enough.
   const std::string l20 = "0123456789ABCDEFGHI\n", l25 = "abcdefghijklmnopqrstuvwx\n",
                     l29 = "0123456789ABCDEFGHIJKLMNOPQR\n", l30 = "0123456789ABCDEFGHIJKLMNOPQRS\n",
                     l40 = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabc\n";
-  const struct { const char* name; std::string older, newer; bool similar; } cases[] = {
+  const struct { const char* name; std::string older, newer; bool similar; } similar[] = {
       {"3 characters never", "ab\n", "zzab\n", false}, {"4 characters, contained", "abc\n", "zzabc\n", true},
       {"newer shorter, contained in the older", l40, "abc\n", true},
       {"trailing blank", "alpha beta\n", "alpha beta \n", false}, {"no last line feed", "last", "last\n", true},
@@ -100,7 +97,7 @@ TEST(CompareTextLines, SimilarityAndLookAhead) {
       {"40: middle third", l40, "xxxxxEFGHIJKLMNOPyyyy\n", true},
       {"40: middle third shifted", l40, "xxxxxFGHIJKLMNOPQyyyy\n", false},
       {"40: last third", l40, "xxxxxxxxRSTUVWXYZabc\n", true}};
-  for (const auto& c : cases) {
+  for (const auto& c : similar) {
     SCOPED_TRACE(c.name);
     Compared r("c:\\config.sys", c.older, c.newer);
     std::string o = c.older.substr(0, c.older.find('\n')), n = c.newer.substr(0, c.newer.find('\n'));
@@ -162,8 +159,11 @@ TEST(CompareIniFiles, Merge) {
   }
 }
 
+int g_allocsLeft;
+void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
+
 // A copy that cannot be opened gives 0 and no message.
-TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
+TEST(CompareSystemFile, ExtensionChoosesIniMessagesExplainTheRestAndAllocationsFail) {
   const std::pair<const char*, bool> paths[] = {
       {"c:\\x\\win.Ini", true}, {"c:\\dir.ini\\config", false}, {"c:\\x\\a.ini.bak", false}};
   for (const auto& [path, ini] : paths) {
@@ -183,14 +183,8 @@ TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
     EXPECT_EQ(r.item.sections, nullptr);
     EXPECT_EQ(r.item.flags, flags);
   }
-}
-
-int g_allocsLeft;
-void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
-
-// Each allocation fails in turn: no result and no leak (the sanitizers see that). The INI file of
-// both copies is swept through the file document export with the other failing exports.
-TEST(CompareSystemFile, AllocationFailures) {
+  // Each allocation fails in turn: no result and no leak (the sanitizers see that). The INI file of
+  // both copies is swept through the file document export with the other failing exports.
   const std::pair<const char*, unsigned> cases[] = {{"c:\\a.txt", 0xC2}, {"c:\\a.ini", 0x42}};
   for (const auto& [path, flags] : cases) {
     for (int n = 0;; ++n) {
