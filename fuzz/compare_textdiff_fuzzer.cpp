@@ -24,12 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case orvalis::kLineChangedOlder:
         if (!l->next || l->next->kind != orvalis::kLineChangedNewer) std::abort();
         [[fallthrough]];
-      case orvalis::kLineRemoved: case orvalis::kLineSame:
-        if (l->lineNumber != expectNumber++) std::abort();
-        break;
-      case orvalis::kLineAdded: case orvalis::kLineChangedNewer:
-        if (l->lineNumber != -1) std::abort();
-        break;
+      case orvalis::kLineRemoved: case orvalis::kLineSame: if (l->lineNumber != expectNumber++) std::abort(); break;
+      case orvalis::kLineAdded: case orvalis::kLineChangedNewer: if (l->lineNumber != -1) std::abort(); break;
       default: std::abort();
     }
     if (l->kind != orvalis::kLineSame) anyChange = true;

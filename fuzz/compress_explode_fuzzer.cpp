@@ -13,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static unsigned char work[orvalis::kExplodeWorkSize];
   int rc = orvalis::Explode(Read, Write, work, sizeof work, &p);
   if (rc != orvalis::kExplodeOk && rc != orvalis::kExplodeTruncated && rc != orvalis::kExplodeBadLiteralMode &&
-      rc != orvalis::kExplodeBadDictionary && rc != orvalis::kExplodeBadDistance)
-    std::abort();
+      rc != orvalis::kExplodeBadDictionary && rc != orvalis::kExplodeBadDistance) std::abort();
   // Every token takes at least 5 bits and gives at most 518 bytes.
   if (p.out.size() > (size * 8 / 5 + 1) * 518) std::abort();
   if (rc == orvalis::kExplodeOk && size >= 2) {

@@ -146,7 +146,6 @@ TEST_F(Packages, VerifyFindsAFlippedByteOrAMissingCompanionAndTheInformationDocu
   WriteWholeFile(pkg_, Flipped(bytes, bytes.size() / 3, 0x40));
   EXPECT_EQ(VerifySnapshot(pkg_.c_str(), report.c_str()), 13u);
   EXPECT_NE(ReadWholeFile(report).find("DAMAGED  package"), std::string::npos) << ReadWholeFile(report);
-  // The information document, exactly.
   WriteWholeFile(box_.file("BASE0007.BCF"),
                  "FormatVersion=6\nDaily <check>\n[TIMEDATE_START]\n650013881\n[TIMEDATE_END]\n[FLAGS_START]\n4096\n"
                  "[FLAGS_END]\n[OSVERSION_START]\n170393861\n[OSVERSION_END]\n[USERNAME_START]\nalice\n[USERNAME_END]\n"

@@ -56,7 +56,6 @@ TEST_F(Report, HeadFilesSectionUnsortedAndSortedLiveSystemAppendingAndBadArgumen
   EXPECT_EQ(Body("System Files\n", ""),
             "System Files\n\n\n" + notes + "\n\n + delta\n-> Version 1.1 of the notes\n\n" + ini +
                 "\n\n\n - [Gone]\n - x=1\n\n + [New]\n + y=22\n\n** [Main]\n<- Color=blue\n-> Color=green\n");
-  // Against the live system.
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
   EXPECT_NE(NoCr(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
       << ReadWholeFile(report_);

@@ -101,7 +101,6 @@ TEST_F(Restore, PutsEverythingBackAndItsUndoBaseTakesItBackAgain) {
   EXPECT_NE(box_.Log().find("restore of reg keys went OK\nrestore of assets went OK\nRestore was successful\n"),
             std::string::npos) << box_.Log();
   EXPECT_EQ(box_.UndoBase(), "BASE0001.BCF");
-  // Byte for byte and value for value, and the read-only file is still read-only.
   EXPECT_EQ(State(), original);
   // A new snapshot compares equal to the first in files, registry and assets.
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile("P.GCF", "after"), 0u);  // BASE0002
@@ -112,7 +111,6 @@ TEST_F(Restore, PutsEverythingBackAndItsUndoBaseTakesItBackAgain) {
   ASSERT_EQ(RestoreFromSpecifiedSnapshot(box_.file("BASE0001.BCF").c_str()), 0u);
   EXPECT_EQ(State(), "app.ini=[Main]\r\nColor=blue\r\n|" + changed.substr(changed.find("locked.txt=")));
   EXPECT_FALSE(FileExists(box_.file("BASE0001.BCF")));  // the restored undo base has done its work
-  // ... and that undo base undoes it again.
   const std::string undo = box_.UndoBase();
   ASSERT_EQ(RestoreFromSpecifiedSnapshot(box_.file(undo).c_str()), 0u);
   EXPECT_EQ(State(), original);
@@ -213,8 +211,7 @@ TEST_F(RestoreRows, FailingStagesReachOnlyTheLog) {
   WriteWholeFile(box_.file("halvern.log"), "");
   for (auto stub : {RestoreFromInitialSnapshot, RestoreFromMostRecentSnapshot, RestoreFromUndoSnapshot,
                     RestoreFromSpecifiedSnapshotSelect, RestoreFromInitialSnapshotSelect,
-                    RestoreFromMostRecentSnapshotSelect, RestoreFromUndoSnapshotSelect})
-    EXPECT_EQ(stub(), 0u);
+                    RestoreFromMostRecentSnapshotSelect, RestoreFromUndoSnapshotSelect}) EXPECT_EQ(stub(), 0u);
   EXPECT_EQ(box_.Log(), "");
   box_.SetOrvalis("NO_CPUID_SUPPORT", "1");
   EXPECT_EQ(RestoreFromUndoSnapshotSelect(), 1u);

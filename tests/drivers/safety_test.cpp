@@ -86,7 +86,6 @@ TEST_F(Creation, SnapshotFromAProfileAndItsUndoBase) {
   EXPECT_EQ(Skeleton(0), Expected("First look", "0", 0));
   EXPECT_FALSE(FileExists(box_.file("NIMBRA\\REG0000.OVR")));
   EXPECT_FALSE(FileExists(box_.file("NIMBRA\\NT0000")));
-  // Companions are byte-identical copies, the binary file's too.
   EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\app0000.BSE")), ReadWholeFile(box_.file("watched\\app.ini")));
   EXPECT_EQ(ReadWholeFile(box_.file("NIMBRA\\blob0000.BSE")), std::string("\0\1\2\3", 4));
   SnapshotRecord* rec = NewSnapshotRecord();

@@ -25,7 +25,7 @@ std::string Str(int (*fn)(char*)) {
   return buf;
 }
 
-TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
+TEST(Settings, ExportsRoundTripThroughOrvalisIniAndEngineIniDefaultsToTheModuleFolder) {
   EngineSandbox box;
   EXPECT_EQ(GetMaxSnapshot(), 8);
   EXPECT_EQ(GetSchedule(), 3);
@@ -40,33 +40,8 @@ TEST(Settings, ExportsRoundTripThroughOrvalisIni) {
   char raw[64];
   GetPrivateProfileStringA("ORVALIS", "MaxScheduleSnapshots", "", raw, sizeof raw, box.file("ORVALIS.INI").c_str());
   EXPECT_STREQ(raw, "-2");
-}
-
-TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
-  const struct { const char *value, *folder; } rows[] = {  // value null: no key
-      {"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}, {nullptr, ""}};
-  for (const auto& r : rows) {
-    SCOPED_TRACE(r.value ? r.value : "no key");
-    EngineSandbox box;
-    if (r.value) box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
-    EXPECT_EQ(Str(GetWorkFolder), r.folder);
-    EXPECT_EQ(Str(GetOrvalisIniPath), r.folder[0] ? std::string(r.folder) + "ORVALIS.INI" : box.file("ORVALIS.INI"));
-    EXPECT_EQ(Str(GetEngineIniPath), box.file("ENGINE.INI"));  // ENGINE.INI never moves
-  }
-  // And the engine reads its settings from there.
-  EngineSandbox box;
-  ScratchDir work;
-  box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", work.path().c_str());
-  WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", work.file("ORVALIS.INI").c_str());
-  EXPECT_EQ(InitEngine(), 1);
-  EXPECT_EQ(GetMaxSnapshot(), 8);
-  SetMaxSnapshot("5");
-  EXPECT_EQ(GetPrivateProfileIntA("ORVALIS", "MaxScheduleSnapshots", 0, work.file("ORVALIS.INI").c_str()), 5u);
-}
-
-// The default profile, when none is set, is the last profile the folder scan enumerates.
-TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
-  EngineSandbox box;
+  // ENGINE.INI settings default to the module folder and are never written back; the default profile,
+  // when none is set, is the last profile the folder scan enumerates.
   const struct { const char* name; int (*get)(char*); int (*set)(const char*); } rows[] = {
       {"ProfileSourceLocation", GetProfileSourceLocation, SetProfileSourceLocation},
       {"ProfileDestinationLocation", GetProfileDestinationLocation, SetProfileDestinationLocation},
@@ -87,6 +62,27 @@ TEST(Settings, EngineIniDefaultsAreTheModuleFolderAndNeverWrittenBack) {
   EXPECT_EQ(Str(GetDefaultProfile), box.file("Gamma.gcf"));
   SetDefaultProfile("C:\\P\\DAILY.GCF");
   EXPECT_EQ(Str(GetDefaultProfile), "C:\\P\\DAILY.GCF");
+}
+
+TEST(Settings, WorkFolderGetsExactlyOneBackslashAndHoldsOrvalisIni) {
+  const struct { const char *value, *folder; } rows[] = {  // value null: no key
+      {"C:\\Work", "C:\\Work\\"}, {"C:\\Work\\", "C:\\Work\\"}, {"C:\\", "C:\\"}, {"", ""}, {nullptr, ""}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.value ? r.value : "no key");
+    EngineSandbox box;
+    if (r.value) box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", r.value);
+    EXPECT_EQ(Str(GetWorkFolder), r.folder);
+    EXPECT_EQ(Str(GetOrvalisIniPath), r.folder[0] ? std::string(r.folder) + "ORVALIS.INI" : box.file("ORVALIS.INI"));
+    EXPECT_EQ(Str(GetEngineIniPath), box.file("ENGINE.INI"));  // ENGINE.INI never moves
+  }
+  EngineSandbox box;
+  ScratchDir work;
+  box.SetHklmString(kOrvalisKey, "OrvalisWorkDir", work.path().c_str());
+  WritePrivateProfileStringA("ORVALIS", "NO_CPUID_SUPPORT", "1", work.file("ORVALIS.INI").c_str());
+  EXPECT_EQ(InitEngine(), 1);
+  EXPECT_EQ(GetMaxSnapshot(), 8);
+  SetMaxSnapshot("5");
+  EXPECT_EQ(GetPrivateProfileIntA("ORVALIS", "MaxScheduleSnapshots", 0, work.file("ORVALIS.INI").c_str()), 5u);
 }
 
 TEST(Log, ResetEmptiesTheFileAFailedOpenIsSkippedSilentlyAndTheUninstallerNamesTheFolder) {

@@ -19,8 +19,7 @@ struct Read {
   ~Read() { FreeProfile(p); }
 };
 
-template <typename T>
-int Count(const T* e) {
+template <typename T> int Count(const T* e) {
   int n = 0;
   for (; e; e = e->next) ++n;
   return n;
@@ -32,7 +31,7 @@ std::string Folder(UINT(WINAPI* get)(LPSTR, UINT)) {
   return d;
 }
 
-TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCaseAndWritingBack) {
+TEST(Profile, GroupsTagsAssetsMarkersWritingBackFolderTagsAndSystemFileTokens) {
   EngineSandbox box;
   WriteWholeFile(box.file("text.ini"), "[a]\nb=c\n");
   WriteWholeFile(box.file("binary.dat"), std::string("ab\0cd", 5));
@@ -82,19 +81,15 @@ TEST(Profile, GroupsInAnyOrderWithTagsAndAssetsMarkersWithoutCaseAndWritingBack)
                                                     "[GROUPREGKEYS_START]\r\nHKCU\\X\r\n[GROUPREGKEYS_END]\r\n"
                                                     "[GROUPASSET_START]\r\nA,b,-1,28673\r\n[GROUPASSET_END]\r\n");
   EXPECT_EQ(WriteProfile(w.p, "Q:\\no\\such\\folder\\"), -1);
-}
-
-// A profile's folder tag runs to the last ">", and all but <windows> mean the system folder; a system
-// file's path token (at snapshot time) is <windows> or <system>, anything else is refused ("").
-TEST(Profile, FolderTagsAndSystemFileTokens) {
-  EngineSandbox box;
-  const std::string w = Folder(GetWindowsDirectoryA), s = Folder(GetSystemDirectoryA);
-  const struct { const char* in; std::string tag, token; } rows[] = {
-      {"<windows>\\WIN.INI", w + "\\WIN.INI", w + "\\WIN.INI"}, {"<WINDOWS>\\x", w + "\\x", w + "\\x"},
-      {"<System>\\drivers\\etc\\hosts", s + "\\drivers\\etc\\hosts", s + "\\drivers\\etc\\hosts"},
-      {"<temp>\\X.INI", s + "\\X.INI", ""}, {"<windows><system>\\x", s + "\\x", ""},
+  // A profile's folder tag runs to the last ">", and all but <windows> mean the system folder; a system
+  // file's path token (at snapshot time) is <windows> or <system>, anything else is refused ("").
+  const std::string win = Folder(GetWindowsDirectoryA), sys = Folder(GetSystemDirectoryA);
+  const struct { const char* in; std::string tag, token; } tags[] = {
+      {"<windows>\\WIN.INI", win + "\\WIN.INI", win + "\\WIN.INI"}, {"<WINDOWS>\\x", win + "\\x", win + "\\x"},
+      {"<System>\\drivers\\etc\\hosts", sys + "\\drivers\\etc\\hosts", sys + "\\drivers\\etc\\hosts"},
+      {"<temp>\\X.INI", sys + "\\X.INI", ""}, {"<windows><system>\\x", sys + "\\x", ""},
       {"<windows\\no-close.ini", "<windows\\no-close.ini", ""}, {"C:\\plain.ini", "C:\\plain.ini", ""}};
-  for (const auto& r : rows) {
+  for (const auto& r : tags) {
     char tag[MAX_PATH], token[MAX_PATH] = "";
     ExpandFolderTag(r.in, tag);
     EXPECT_EQ(tag, r.tag) << r.in;

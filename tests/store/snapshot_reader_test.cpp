@@ -82,21 +82,10 @@ TEST(SnapshotReader, Version6EverySectionAndMarkersWithoutCaseButWholeLine) {
   EXPECT_EQ(Describe(*m.rec), "d|0|0\nfile C:\\A.INI|A0000.BSE|0|1\n");  // "[FLAGS_START] " is no marker
 }
 
-TEST(SnapshotReader, Windows9xReadsRegBackInsteadOfRegNt) {
-  Loaded l("FormatVersion=6\nd\n[REGNT_START]\nHKLM\\X,NT0000\n[REGNT_END]\n"
-           "[REGBACK_START]\nC:\\WINDOWS\\USER.DAT,UDAT0000.CRG,1,305419896\n"
-           "C:\\WINDOWS\\SYSTEM.DAT,SDAT0000.CRG,0,0\n[REGBACK_END]\n", false);
-  ASSERT_EQ(l.rc, 0);
-  EXPECT_EQ(Describe(*l.rec), "d|0|0\nbackup UDAT0000.CRG|1|305419896|SDAT0000.CRG|0|0\n");
-  // Records naming neither data file are dropped with the backup record.
-  Loaded none("FormatVersion=6\nd\n[REGBACK_START]\nC:\\X.DAT,A,0,0\n[REGBACK_END]\n", false);
-  EXPECT_EQ(none.rec->regBackup, nullptr);
-}
-
 // Version 0 has no version line and no FILEINFO markers: every line after [DRIVES_END] with four
 // fields is a file record, the ASSETINFO one included. REGINFO has two fields before version 2,
 // DIRINFO numbers from version 3, ASSETINFO numbers count from 2; drive sizes were bytes before 4.
-TEST(SnapshotReader, VersionRulesForOldFiles) {
+TEST(SnapshotReader, VersionRulesForOldFilesAndWindows9xReadsRegBackInsteadOfRegNt) {
   const struct { int version; const char *driveKB, *reg, *asset, *dir, *files; } rows[] = {
       {0, "1 1", "0|0", "0|0", "0|0", "file C:\\W.INI|W0000.BSE|2|5\nfile A|AST0000.OVA|2|2\n"},
       {1, "1 1", "0|0", "0|0", "0|0", ""}, {3, "1 1", "1024|0", "1|2", "1|77", ""},
@@ -114,6 +103,15 @@ TEST(SnapshotReader, VersionRulesForOldFiles) {
                                     "reg HKLM\\S|REG0000.OVR|" + r.reg + "\nasset A|AST0000.OVA|" + r.asset +
                                     "\ndir C:\\D|DIR0000.OVD|" + r.dir + "\n");
   }
+  // Windows 95/98 reads REGBACK instead of REGNT.
+  Loaded l("FormatVersion=6\nd\n[REGNT_START]\nHKLM\\X,NT0000\n[REGNT_END]\n"
+           "[REGBACK_START]\nC:\\WINDOWS\\USER.DAT,UDAT0000.CRG,1,305419896\n"
+           "C:\\WINDOWS\\SYSTEM.DAT,SDAT0000.CRG,0,0\n[REGBACK_END]\n", false);
+  ASSERT_EQ(l.rc, 0);
+  EXPECT_EQ(Describe(*l.rec), "d|0|0\nbackup UDAT0000.CRG|1|305419896|SDAT0000.CRG|0|0\n");
+  // Records naming neither data file are dropped with the backup record.
+  Loaded none("FormatVersion=6\nd\n[REGBACK_START]\nC:\\X.DAT,A,0,0\n[REGBACK_END]\n", false);
+  EXPECT_EQ(none.rec->regBackup, nullptr);
 }
 
 // None of these holds a whole record: all are dropped; a file without a description line gives -1.

@@ -41,8 +41,7 @@ DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
 // Wine maps / to Z:.
 std::string BinDir() {
   std::string p = "Z:" ORVALIS_BIN_DIR;
-  for (char& c : p)
-    if (c == '/') c = '\\';
+  for (char& c : p) if (c == '/') c = '\\';
   return p;
 }
 

@@ -25,7 +25,6 @@ class EngineSandbox {
   EngineSandbox(const EngineSandbox&) = delete;
   EngineSandbox& operator=(const EngineSandbox&) = delete;
 
-  // The module folder.
   const std::string& dir() const { return scratch_.path(); }
   std::string file(const std::string& name) const { return scratch_.file(name); }
   void MakeDirs(std::initializer_list<const char*> names) const;

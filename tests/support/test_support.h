@@ -20,7 +20,6 @@ class ScratchDir {
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
   const std::string& path() const { return path_; }
-  // path() + separator + name
   std::string file(const std::string& name) const;
 
  private:

@@ -111,9 +111,27 @@ TEST(AssetStore, CompanionsReadBackOrReadAsDamage) {
   EXPECT_GT(intact, 0);  // the flips in the contents
 }
 
-// A record path that would leave the asset's folder makes the whole block unreadable, so no tree of
-// it reaches the restore; a file count the companion cannot hold is refused before it is allocated.
-TEST(AssetStore, UntrustworthyBlocksAreDamage) {
+std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRecord>& newer) {
+  ChangeNode* first = BuildAssetTree(AssetOrigin{}, older.data(), uint32_t(older.size()));
+  ChangeNode* second = BuildAssetTree(AssetOrigin{}, newer.data(), uint32_t(newer.size()));
+  CompareAssetTrees(&first, second);
+  std::string out;
+  for (const ChangeNode* n = first->children; n; n = n->next)
+    out += std::string(n->name) + ":" + (n->flags & kChangeFrom ? "F" : n->flags & kChangeTo ? "T"
+                                         : n->flags & kChangeOlder ? "O" : n->flags & kChangeNewer ? "N" : "-") + " ";
+  FreeAssetTree(first), FreeAssetTree(second);
+  return out;
+}
+
+// A case-sensitive file system (Wine on Linux) can hold "a" and "A" side by side.
+TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOneAndUntrustworthyBlocksAreDamage) {
+  const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
+  EXPECT_EQ(Marks(two, two), "a:- A:- ");
+  EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
+  EXPECT_EQ(Marks(two, {Record("A", 1, 0)}), "a:- A:O ");
+  EXPECT_EQ(Marks({Record("a", 1, 0)}, two), "a:- A:N ");
+  // A record path that would leave the asset's folder makes the whole block unreadable, so no tree of
+  // it reaches the restore; a file count the companion cannot hold is refused before it is allocated.
   auto* const saved = orvalis::Io().calloc;
   orvalis::Io().calloc = [](size_t n, size_t size) { return n * size > (1u << 20) ? nullptr : std::calloc(n, size); };
   const char* paths[] = {"sub\\deeper\\a.txt", "a..b.txt", ".profile",  // the safe ones
@@ -127,28 +145,6 @@ TEST(AssetStore, UntrustworthyBlocksAreDamage) {
     EXPECT_EQ(Read(f, "C:\\App").substr(0, 2), i < 3 ? "0 " : std::to_string(kBadData)) << paths[i];
   }
   orvalis::Io().calloc = saved;
-}
-
-std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRecord>& newer) {
-  ChangeNode* first = BuildAssetTree(AssetOrigin{}, older.data(), uint32_t(older.size()));
-  ChangeNode* second = BuildAssetTree(AssetOrigin{}, newer.data(), uint32_t(newer.size()));
-  CompareAssetTrees(&first, second);
-  std::string out;
-  for (const ChangeNode* n = first->children; n; n = n->next)
-    out += std::string(n->name) + ":" + (n->flags & kChangeFrom ? "F" : n->flags & kChangeTo ? "T"
-                                         : n->flags & kChangeOlder ? "O" : n->flags & kChangeNewer ? "N" : "-") + " ";
-  FreeAssetTree(first);
-  FreeAssetTree(second);
-  return out;
-}
-
-// A case-sensitive file system (Wine on Linux) can hold "a" and "A" side by side.
-TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOne) {
-  const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
-  EXPECT_EQ(Marks(two, two), "a:- A:- ");
-  EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
-  EXPECT_EQ(Marks(two, {Record("A", 1, 0)}), "a:- A:O ");
-  EXPECT_EQ(Marks({Record("a", 1, 0)}, two), "a:- A:N ");
 }
 
 // MASTER.IDX is replaced through a temporary file; missing means empty.

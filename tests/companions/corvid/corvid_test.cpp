@@ -97,8 +97,7 @@ using Tree = std::unique_ptr<ChangeNode, FreeAssetTreeFn>;
 
 class Corvid : public ::testing::Test {
  protected:
-  template <class F>
-  F Get(const char* name) {
+  template <class F> F Get(const char* name) {
     F f = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll_, name)));
     EXPECT_TRUE(f) << name;
     return f;

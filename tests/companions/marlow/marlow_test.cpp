@@ -46,8 +46,7 @@ void SetValue(const std::string& key, const char* name, DWORD type, const std::s
 std::string Dword(uint32_t v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
 
 const ChangeNode* Find(const ChangeNode* list, const char* name) {
-  for (; list; list = list->next)
-    if (name ? (list->name && std::string(list->name) == name) : !list->name) return list;
+  for (; list; list = list->next) if (name ? (list->name && std::string(list->name) == name) : !list->name) return list;
   return nullptr;
 }
 
@@ -121,7 +120,7 @@ std::string UserKey(const std::string& key) {
   return "";
 }
 
-TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadDamageGives13AndCompareMarksChangesUpToTheRoot) {
+TEST_F(MarlowTest, DumpReadsBackEveryKeyCompareMarksChangesAndPuttingBackMakesTheKeyEqualToItsSave) {
   const std::string rich = base + "\\rich", sid = UserKey(base);
   ASSERT_FALSE(sid.empty());
   BuildRichKey(rich);
@@ -218,12 +217,9 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadDamageGives13AndCompareMark
   // The three pairs, the two values, the two keys with their subtrees.
   EXPECT_EQ(count, 3u * 2 + 2 + 3 + 3);
   m.free(a);
-}
-
-// A key changed in every way, or deleted whole, is put back as saved; a key beside it keeps its change.
-TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
+  // A key changed in every way, or deleted whole, is put back as saved; a key beside it keeps its change.
   const std::string target = base + "\\T\xc4RGET", outside = base + "\\outside", path = "HKCU\\" + target;
-  const std::string file = dir.file("REG.OVR"), folder = dir.path();
+  const std::string dump = dir.file("REG.OVR"), folder = dir.path();
   for (bool nt : {false, true})
     for (bool whole : {false, true}) {
       SCOPED_TRACE(std::string(nt ? "key save" : "dump and tree update") + (whole ? ", deleted whole" : ", changed"));
@@ -236,7 +232,7 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
         // A second save in the folder must not be taken for the first.
         ASSERT_EQ(m.save(("HKCU\\" + outside).c_str(), (folder + "\\").c_str()), 0);
       } else {
-        ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
+        ASSERT_EQ(m.dump(dump.c_str(), 1024), 0);
       }
       if (whole) {
         ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, target.c_str()), 0);
@@ -254,7 +250,7 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
       const std::string outsideBefore = LiveText("HKCU\\" + outside);
       // The key save is found again by another spelling, non-ASCII letters in another case too.
       if (nt) EXPECT_EQ(m.restore(("hkcu\\" + base + "\\t\xe4rget").c_str(), folder.c_str()), 0);
-      else PutBack(file, path, whole ? 3 : 0);
+      else PutBack(dump, path, whole ? 3 : 0);
       EXPECT_EQ(LiveText(path), before);
       EXPECT_EQ(LiveText("HKCU\\" + outside), outsideBefore);
     }
@@ -270,9 +266,9 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   // An empty key deleted since the dump compares equal to the missing one; the update makes it again.
   const std::string empty = "HKCU\\" + base + "\\empty";
   RegCloseKey(CreateKey(base + "\\empty"));
-  ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
+  ASSERT_EQ(m.dump(dump.c_str(), 1024), 0);
   ASSERT_EQ(RegDeleteKeyA(HKEY_CURRENT_USER, (base + "\\empty").c_str()), 0);
-  PutBack(file, empty, 3);
+  PutBack(dump, empty, 3);
   EXPECT_EQ(LiveText(empty), "root\n");
   EXPECT_EQ(m.save(("HKCU\\" + base + "\\no such key").c_str(), folder.c_str()), 3);
 }

@@ -57,7 +57,7 @@ struct Compared {
 };
 
 // A blank line counts only in the older copy; a line of more than 255 characters is read in pieces.
-TEST(CompareTextLines, WalkSimilarityAndLookAhead) {
+TEST(CompareSystemFile, TextWalkSimilarityLookAheadAndTheIniMerge) {
   const std::string x255(255, 'x');
   const struct { const char* name; std::string older, newer; V expected; } cases[] = {
       {"blanks", "  a\n\nb\n\tc\n", "a\nb\n\n  c\n", {"6 1   a", "6 2 ", "6 3 b", "6 4 \tc"}},
@@ -110,10 +110,8 @@ TEST(CompareTextLines, WalkSimilarityAndLookAhead) {
     const V got = Compared("c:\\a.txt", "keep\n", newer + "keep\n").lines();
     EXPECT_EQ(got.front() + "|" + got.back(), inserted == 50 ? "1 -1 new0|6 1 keep" : "2 1 keep|1 -1 keep");
   }
-}
-
-TEST(CompareIniFiles, Merge) {
-  const struct { const char* name; std::string older, newer; V expected; bool differs; } cases[] = {
+  // The INI comparison merges both copies into one list of sections.
+  const struct { const char* name; std::string older, newer; V expected; bool differs; } inis[] = {
       {"key and section case ignored, value changed", "[s]\na=1\n", "[S]\nA=2\n", {"1008 [s]", "  14 a=|1", "  8 A=|2"}, 1},
       {"keys keep '=', values untrimmed and compared without case, comments and bare lines whole",
        "[s]\n key = v \n  ;c=1\nbare\n", "[s]\n key = V \n  ;c=1\nbare\n",
@@ -150,7 +148,7 @@ TEST(CompareIniFiles, Merge) {
       {"device: not built-in, or with parameters", "[386Enh]\na=1\n",
        "[386Enh]\ndevice=vshare.386\na=1\ndevice=*int13,x\nz=1\n",
        {"1008 [386Enh]", "  2 device=|vshare.386", "  10 a=|1", "  2 z=|1", "  2 device=|*int13,x"}, 1}};
-  for (const auto& c : cases) {
+  for (const auto& c : inis) {
     SCOPED_TRACE(c.name);
     Compared r("C:\\WINDOWS\\SYSTEM.INI", c.older, c.newer);
     EXPECT_EQ(r.result, 1);
