@@ -9,17 +9,6 @@ namespace {
 
 using namespace corvid;
 
-TEST(AssetStore, WildcardsMatchAsWindowsMatchesThem) {
-  const struct { const char* pattern; const char* name; bool match; } rows[] = {
-      {"*.TXT", "ReadMe.txt", true}, {"*.txt", "readme.doc", false}, {"*.txt", "readme.txt.bak", false},
-      {"a*b", "ab", true},           {"a*c*e", "abcde", true},       {"*a*b", "xaxxaxb", true},
-      {"a*c", "abcd", false},        {"f?.log", "f1.log", true},     {"f?.log", "f22.log", false},
-      {"f?.log", "f.log", false},    {"???", "a.b", true},           {"*.*", "README", true},
-      {"setup.*", "setup", true},    {"setup.*", "setupx", false},   {"Font.TTF", "font.ttf", true},
-      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true}};
-  for (const auto& r : rows) EXPECT_EQ(WildcardMatch(r.pattern, r.name), r.match) << r.pattern << " vs " << r.name;
-}
-
 FileRecord Record(const char* path, uint32_t size, uint32_t stored) {
   FileRecord r{{}, size, 0x5A215C00u + size, 0x20, 0x01020304u * (size + 1), stored, 0};
   std::snprintf(r.path, sizeof r.path, "%s", path);
@@ -124,7 +113,7 @@ std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRe
 }
 
 // A case-sensitive file system (Wine on Linux) can hold "a" and "A" side by side.
-TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOneAndUntrustworthyBlocksAreDamage) {
+TEST(AssetStore, WildcardsAndNamesMatchAsWindowsMatchesThemAndUntrustworthyBlocksAreDamage) {
   const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
   EXPECT_EQ(Marks(two, two), "a:- A:- ");
   EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
@@ -145,6 +134,15 @@ TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOneAndUntrustworthyBlocksAreDa
     EXPECT_EQ(Read(f, "C:\\App").substr(0, 2), i < 3 ? "0 " : std::to_string(kBadData)) << paths[i];
   }
   orvalis::Io().calloc = saved;
+  // Wildcards match as Windows matches them.
+  const struct { const char* pattern; const char* name; bool match; } rows[] = {
+      {"*.TXT", "ReadMe.txt", true}, {"*.txt", "readme.doc", false}, {"*.txt", "readme.txt.bak", false},
+      {"a*b", "ab", true},           {"a*c*e", "abcde", true},       {"*a*b", "xaxxaxb", true},
+      {"a*c", "abcd", false},        {"f?.log", "f1.log", true},     {"f?.log", "f22.log", false},
+      {"f?.log", "f.log", false},    {"???", "a.b", true},           {"*.*", "README", true},
+      {"setup.*", "setup", true},    {"setup.*", "setupx", false},   {"Font.TTF", "font.ttf", true},
+      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true}};
+  for (const auto& r : rows) EXPECT_EQ(WildcardMatch(r.pattern, r.name), r.match) << r.pattern << " vs " << r.name;
 }
 
 // MASTER.IDX is replaced through a temporary file; missing means empty.

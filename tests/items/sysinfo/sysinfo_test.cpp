@@ -60,7 +60,32 @@ std::string Items(const SysInfoItem* list) {
   return s;
 }
 
-TEST_F(CpuTest, ProcessorNamesCollectedItemsAndTheProbeSetting) {
+UINT WINAPI ThreeDrives(LPCSTR root) {
+  return root[0] == 'A' ? DRIVE_REMOVABLE : root[0] == 'C' ? DRIVE_FIXED : root[0] == 'N' ? DRIVE_REMOTE
+         : root[0] == 'Q' ? DRIVE_NO_ROOT_DIR : DRIVE_UNKNOWN;
+}
+BOOL WINAPI FixedSpace(LPCSTR, LPDWORD spc, LPDWORD bps, LPDWORD freeClusters, LPDWORD totalClusters) {
+  return *spc = 64, *bps = 512, *freeClusters = 2000000, *totalClusters = 3000000, TRUE;
+}
+DWORD WINAPI Connection(LPCSTR local, LPSTR remote, LPDWORD len) {
+  lstrcpynA(remote, "\\\\server\\share extra words", *len);
+  return local[0] == 'N' ? NO_ERROR : ERROR_NOT_CONNECTED;
+}
+
+struct Item { uint16_t item; int32_t value; const char* text = nullptr; };
+// Heap nodes, as a section reader makes them.
+SysInfoItem* Chain(const std::vector<Item>& items) {
+  SysInfoItem* head = nullptr;
+  SysInfoItem** tail = &head;
+  for (const Item& i : items) {
+    *tail = static_cast<SysInfoItem*>(calloc(1, sizeof(SysInfoItem)));
+    **tail = {0, nullptr, i.item, i.value, i.text ? strdup(i.text) : nullptr};
+    tail = &(*tail)->next;
+  }
+  return head;
+}
+
+TEST_F(CpuTest, ProcessorItemsProbeSettingReportSectionsDocumentElementsAndDrives) {
   const uint32_t mmx = 1u << 23;
   const struct { FakeCpu cpu; const char* name; } rows[] = {  // null: no item 16
       {{"GenuineIntel", 0x543, 0}, "Pentium"}, {{"GenuineIntel", 0x513, mmx}, "Pentium MMX"},
@@ -100,37 +125,8 @@ TEST_F(CpuTest, ProcessorNamesCollectedItemsAndTheProbeSetting) {
     EXPECT_EQ(g_cpuidCalls > 0, r.items.find("9=") != std::string::npos) << "never executed when not allowed";
     ClearSnapshotRecord(&rec);
   }
-}
-
-UINT WINAPI ThreeDrives(LPCSTR root) {
-  return root[0] == 'A' ? DRIVE_REMOVABLE : root[0] == 'C' ? DRIVE_FIXED : root[0] == 'N' ? DRIVE_REMOTE
-         : root[0] == 'Q' ? DRIVE_NO_ROOT_DIR : DRIVE_UNKNOWN;
-}
-BOOL WINAPI FixedSpace(LPCSTR, LPDWORD spc, LPDWORD bps, LPDWORD freeClusters, LPDWORD totalClusters) {
-  return *spc = 64, *bps = 512, *freeClusters = 2000000, *totalClusters = 3000000, TRUE;
-}
-DWORD WINAPI Connection(LPCSTR local, LPSTR remote, LPDWORD len) {
-  lstrcpynA(remote, "\\\\server\\share extra words", *len);
-  return local[0] == 'N' ? NO_ERROR : ERROR_NOT_CONNECTED;
-}
-
-struct Item { uint16_t item; int32_t value; const char* text = nullptr; };
-// Heap nodes, as a section reader makes them.
-SysInfoItem* Chain(const std::vector<Item>& items) {
-  SysInfoItem* head = nullptr;
-  SysInfoItem** tail = &head;
-  for (const Item& i : items) {
-    *tail = static_cast<SysInfoItem*>(calloc(1, sizeof(SysInfoItem)));
-    **tail = {0, nullptr, i.item, i.value, i.text ? strdup(i.text) : nullptr};
-    tail = &(*tail)->next;
-  }
-  return head;
-}
-
-// The name supersedes the class; a change of free space is shown but not flagged.
-TEST(SysInfoCompare, SectionsOfTheReportElementsOfTheInformationDocumentAndTheDrivesSection) {
-  EngineSandbox box;
-  box.CopyFromBin("TAMBRELL.DLL");
+  // The name supersedes the class; a change of free space is shown but not flagged.
+  box_.CopyFromBin("TAMBRELL.DLL");
   SnapshotRecord older{}, newer{};
   lstrcpynA(older.description, "BASE0000.BCF", 260);
   lstrcpynA(newer.description, "BASE0001.BCF", 260);
@@ -183,8 +179,8 @@ TEST(SysInfoCompare, SectionsOfTheReportElementsOfTheInformationDocumentAndTheDr
   // ends its line at the zero character. (The document with a name is checked whole with the
   // snapshot information document.)
   char line[520];
-  const std::pair<std::vector<Item>, const char*> rows[] = {{{{9, 0, "GenuineIntel"}}, "0"}, {{}, "262154"}};
-  for (const auto& [cpu, text] : rows) {
+  const std::pair<std::vector<Item>, const char*> elements[] = {{{{9, 0, "GenuineIntel"}}, "0"}, {{}, "262154"}};
+  for (const auto& [cpu, text] : elements) {
     SysInfoItem* list = Chain({{1, 5}, {2, 1}, {3, 65536}, {5, 0x0004000A}});
     list->next->next->next->next = Chain(cpu);
     const std::string doc = WrittenBy([&](FILE* f) { WriteSysInfoXml(line, f, list); });
