@@ -9,8 +9,7 @@ namespace {
 
 struct Pieces {
   const uint8_t* data;
-  size_t left;
-  size_t chunk;
+  size_t left, chunk;
   std::string out;
 };
 

@@ -19,8 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const orvalis::IniEntry* e = s->entries; e; e = e->next) {
       if (e->flags & ~0x1Fu) std::abort();
       // The older half of a changed pair is followed by its newer half.
-      if ((e->flags & orvalis::kIniValueOlder) && (!e->next || !(e->next->flags & orvalis::kIniChanged)))
-        std::abort();
+      if ((e->flags & orvalis::kIniValueOlder) && (!e->next || !(e->next->flags & orvalis::kIniChanged))) std::abort();
       if (std::strlen(e->key) > 255 || std::strlen(e->value) > 255) std::abort();
       for (const orvalis::IniContinuation* c = e->continuation; c; c = c->next)
         if (c->owner != e || c->flags != orvalis::kIniContinuationBase) std::abort();

@@ -43,17 +43,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   size_t nameLen = mark ? static_cast<size_t>(static_cast<const uint8_t*>(mark) - data) : 0;
   orvalis::FileCompareItem item{};
   std::memcpy(item.path, data, nameLen < 259 ? nameLen : 259);
-  for (char* p = item.path; *p; ++p)
-    if (*p == '\n') *p = '_';
+  for (char* p = item.path; *p; ++p) *p = *p == '\n' ? '_' : *p;
   if (mark) data += nameLen + 1, size -= nameLen + 1;
-
   orvalis_fuzz::Copies copies(data, size);
   if (!copies.ok()) return 0;
-  if (ini)
-    orvalis::CompareIniFiles(copies.newer, copies.older, &item.sections);
-  else
-    orvalis::CompareTextLines(copies.newer, copies.older, orvalis::kLookAheadDepth, &item.lines);
-
+  if (ini) orvalis::CompareIniFiles(copies.newer, copies.older, &item.sections);
+  else orvalis::CompareTextLines(copies.newer, copies.older, orvalis::kLookAheadDepth, &item.lines);
   char* text = nullptr;
   size_t textSize = 0;
   FILE* out = open_memstream(&text, &textSize);
@@ -62,7 +57,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fclose(out);
   std::vector<std::string> lines = SplitLines(std::string(text, textSize));
   std::free(text);
-
   size_t i = 0;
   Expect(lines.size() >= 5);
   Expect(lines[i++] == "<?xml version = \"1.0\"?>");
@@ -71,8 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Expect(Frames(lines[i], "  <FILENAME>", "</FILENAME>"));
   if (!std::strstr(item.path, "]]>")) {
     std::string name = "  <FILENAME><![CDATA[";
-    for (const char* p = item.path; *p; ++p)
-      if (static_cast<unsigned char>(*p) < 0x80) name += *p;
+    for (const char* p = item.path; *p; ++p) name += static_cast<unsigned char>(*p) < 0x80 ? std::string(1, *p) : "";
     Expect(lines[i] == name + "]]></FILENAME>");
   }
   ++i;
@@ -107,7 +100,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Expect(i < lines.size() && lines[i++] == "    </TEXT>");
   }
   Expect(i + 1 == lines.size() && lines[i] == "</SYSFILE>");
-  orvalis::FreeLineChanges(item.lines);
-  orvalis::FreeIniSections(item.sections);
+  orvalis::FreeLineChanges(item.lines), orvalis::FreeIniSections(item.sections);
   return 0;
 }

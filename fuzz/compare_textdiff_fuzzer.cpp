@@ -13,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   char buf[256];
   while (std::fgets(buf, sizeof buf, copies.older)) ++olderRecords;
   std::rewind(copies.older);
-
   orvalis::LineChange* list = nullptr;
   int differs = orvalis::CompareTextLines(copies.newer, copies.older, orvalis::kLookAheadDepth, &list);
   int expectNumber = 1;
@@ -25,16 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case orvalis::kLineChangedOlder:
         if (!l->next || l->next->kind != orvalis::kLineChangedNewer) std::abort();
         [[fallthrough]];
-      case orvalis::kLineRemoved:
-      case orvalis::kLineSame:
-        if (l->lineNumber != expectNumber++) std::abort();
-        break;
-      case orvalis::kLineAdded:
-      case orvalis::kLineChangedNewer:
-        if (l->lineNumber != -1) std::abort();
-        break;
-      default:
-        std::abort();
+      case orvalis::kLineRemoved: case orvalis::kLineSame: if (l->lineNumber != expectNumber++) std::abort(); break;
+      case orvalis::kLineAdded: case orvalis::kLineChangedNewer: if (l->lineNumber != -1) std::abort(); break;
+      default: std::abort();
     }
     if (l->kind != orvalis::kLineSame) anyChange = true;
   }

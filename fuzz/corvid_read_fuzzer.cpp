@@ -14,11 +14,6 @@
 
 namespace {
 
-const std::string& InputPath() {
-  static const std::string path = "/tmp/corvid-read-fuzz-" + std::to_string(getpid());
-  return path;
-}
-
 void CheckTree(const corvid::FileRecord* records, uint32_t count) {
   corvid::AssetOrigin origin{};
   ChangeNode* first = corvid::BuildAssetTree(origin, records, count);
@@ -35,7 +30,8 @@ void CheckTree(const corvid::FileRecord* records, uint32_t count) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::FILE* f = std::fopen(InputPath().c_str(), "w+b");
+  static const std::string path = "/tmp/corvid-read-fuzz-" + std::to_string(getpid());
+  std::FILE* f = std::fopen(path.c_str(), "w+b");
   if (!f) return 0;
   std::fwrite(data, 1, size, f);
   std::fflush(f);
@@ -44,8 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint32_t options = 0, count = 0;
     corvid::FileRecord* records = nullptr;
     if (corvid::ReadAssetBlock(f, asset, folder, &options, &records, &count) == corvid::kOk) {
-      for (uint32_t i = 0; i < count; ++i)
-        if (!corvid::IsSafeRelativePath(records[i].path)) __builtin_trap();
+      for (uint32_t i = 0; i < count; ++i) if (!corvid::IsSafeRelativePath(records[i].path)) __builtin_trap();
       CheckTree(records, count);
     }
     orvalis::Io().free(records);
@@ -53,9 +48,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fclose(f);
   corvid::IndexRecord* index = nullptr;
   uint32_t count = 0;
-  if (corvid::ReadIndex(InputPath().c_str(), &index, &count) == corvid::kOk && count) {
+  if (corvid::ReadIndex(path.c_str(), &index, &count) == corvid::kOk && count) {
     // What was read writes back to the same bytes.
-    const std::string again = InputPath() + ".idx";
+    const std::string again = path + ".idx";
     if (corvid::WriteIndex(again.c_str(), index, count) != corvid::kOk) __builtin_trap();
     std::remove(again.c_str());
   }

@@ -12,28 +12,17 @@
 #include "companions/marlow/regdump.h"
 #include "companions/marlow/regtree.h"
 
-namespace {
-
-const std::string& InputPath() {
-  static const std::string path = "/tmp/marlow-dump-fuzz-" + std::to_string(getpid());
-  return path;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::FILE* f = std::fopen(InputPath().c_str(), "wb");
+  static const std::string path = "/tmp/marlow-dump-fuzz-" + std::to_string(getpid());
+  std::FILE* f = std::fopen(path.c_str(), "wb");
   if (!f) return 0;
   std::fwrite(data, 1, size, f);
   std::fclose(f);
-  struct Read {
-    uint32_t root;
-    const char* rest;
-  };
-  static const Read reads[] = {{0, ""}, {1, "Key1\\Sub"}, {3, "S-1-5-21-1\\Key0"}, {3, ""}, {marlow::kSavedKeyRoot, ""}};
+  static const struct { uint32_t root; const char* rest; } reads[] = {
+      {0, ""}, {1, "Key1\\Sub"}, {3, "S-1-5-21-1\\Key0"}, {3, ""}, {marlow::kSavedKeyRoot, ""}};
   marlow::DumpReader reader;
-  if (reader.Open(InputPath()) != 0) return 0;
-  for (const Read& r : reads) {
+  if (reader.Open(path) != 0) return 0;
+  for (const auto& r : reads) {
     ChangeNode* tree = nullptr;
     if (reader.ReadKey(r.root, r.rest, "k", "HKLM\\k", &tree) == 0) {
       ChangeNode* again = nullptr;

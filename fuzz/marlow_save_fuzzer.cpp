@@ -15,8 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const marlow::SavedKey& k : b.keys) {
     if (uint64_t(k.name) + k.nameLength > b.names.size()) __builtin_trap();
     if (uint64_t(k.firstValue) + k.valueCount > b.values.size()) __builtin_trap();
-    for (uint32_t c : k.children)
-      if (c == 0 || c >= b.keys.size()) __builtin_trap();
+    for (uint32_t c : k.children) if (c == 0 || c >= b.keys.size()) __builtin_trap();
   }
   for (const marlow::SavedValue& v : b.values)
     if (uint64_t(v.name) + v.nameLength > b.names.size() || uint64_t(v.data) + v.dataLength > b.data.size())

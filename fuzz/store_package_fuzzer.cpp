@@ -7,25 +7,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string>
 
 #include "compress/crc32.h"
 #include "store/package.h"
 
 using namespace orvalis;
 
-namespace {
-
-char g_package[64], g_target[64];
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (!g_package[0]) {
-    std::snprintf(g_package, sizeof g_package, "/tmp/orvalis-pkg-%d.pkg", static_cast<int>(getpid()));
-    std::snprintf(g_target, sizeof g_target, "/tmp/orvalis-pkg-%d.out", static_cast<int>(getpid()));
-  }
-  FILE* f = std::fopen(g_package, "wb");
+  static const std::string base = "/tmp/orvalis-pkg-" + std::to_string(getpid());
+  static const std::string package = base + ".pkg", target = base + ".out";
+  FILE* f = std::fopen(package.c_str(), "wb");
   if (!f) return 0;
   std::fwrite(data, 1, size, f);
   const uint32_t crc = Crc32(data, size);
@@ -35,17 +27,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::fclose(f);
   PackageEntry* entries = nullptr;
   uint32_t count = 0;
-  if (VerifyPackage(g_package, &entries, &count) == kPackageOk) {
+  if (VerifyPackage(package.c_str(), &entries, &count) == kPackageOk) {
     for (uint32_t i = 0; i < count; ++i) {
       if (!IsPackageName(entries[i].name) || (entries[i].folder[0] && !IsPackageName(entries[i].folder))) std::abort();
-      if (ExtractPackageEntry(g_package, i, g_target) != kPackageOk) std::abort();
-      FILE* out = std::fopen(g_target, "rb");
+      if (ExtractPackageEntry(package.c_str(), i, target.c_str()) != kPackageOk) std::abort();
+      FILE* out = std::fopen(target.c_str(), "rb");
       if (!out) std::abort();
       std::fseek(out, 0, SEEK_END);
       if (static_cast<uint32_t>(std::ftell(out)) != entries[i].size) std::abort();
       std::fclose(out);
     }
-    std::remove(g_target);
+    std::remove(target.c_str());
   }
   FreePackageEntries(entries);
   return 0;

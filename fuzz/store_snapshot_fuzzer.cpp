@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
+#include <string>
 
 #include "base/datetext.h"
 #include "store/snapshot.h"
@@ -16,23 +16,19 @@ using namespace orvalis;
 
 namespace {
 
-char g_path[64];
-
-void Check(const char* text, size_t cap) {
-  if (std::strlen(text) >= cap) std::abort();
-}
+void Check(const char* text, size_t cap) { if (std::strlen(text) >= cap) std::abort(); }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (!g_path[0]) std::snprintf(g_path, sizeof g_path, "/tmp/orvalis-fuzz-%d.BCF", static_cast<int>(getpid()));
-  FILE* f = std::fopen(g_path, "wb");
+  static const std::string path = "/tmp/orvalis-fuzz-" + std::to_string(getpid()) + ".BCF";
+  FILE* f = std::fopen(path.c_str(), "wb");
   if (!f) return 0;
   std::fwrite(data, 1, size, f);
   std::fclose(f);
   for (bool isNT : {true, false}) {
     SnapshotRecord* rec = NewSnapshotRecord();
-    ReadSnapshotFile(g_path, rec, isNT);
+    ReadSnapshotFile(path.c_str(), rec, isNT);
     Check(rec->description, sizeof rec->description);
     for (const SnapFileEntry* e = rec->files; e; e = e->next) {
       Check(e->path, sizeof e->path);
@@ -43,15 +39,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Check(e->name, sizeof e->name);
         Check(e->companion, sizeof e->companion);
       }
-    if (rec->drives)
-      for (int i = 0; i < 26; ++i) Check(rec->drives[i].netName, sizeof rec->drives[i].netName);
+    for (int i = 0; rec->drives && i < 26; ++i) Check(rec->drives[i].netName, sizeof rec->drives[i].netName);
     char stamp[64];
     if (FormatPackedDateTime(rec->time, stamp) >= 64) std::abort();
     FreeSnapshotRecord(rec);
   }
   char user[260];
-  ReadUserNameSection(g_path, user);
+  ReadUserNameSection(path.c_str(), user);
   Check(user, sizeof user);
-  ReadOsVersionSection(g_path);
+  ReadOsVersionSection(path.c_str());
   return 0;
 }

@@ -1,14 +1,9 @@
 // The difference report end to end under Wine: its head, the system-file section unsorted and
-// sorted, INI sections, directories, appending, results for bad arguments, German headings.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
+// sorted, INI sections, directories, appending, results for bad arguments, German headings; and the
+// system-file difference document of the same snapshots.
 #include <regex>
-#include <string>
 
 #include "engine/context.h"
-#include "engine/sys.h"
 #include "exports/exports.h"
 #include "tests/support/engine_sandbox.h"
 
@@ -45,7 +40,7 @@ class Report : public ::testing::Test {
   std::string report_;
 };
 
-TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
+TEST_F(Report, HeadFilesSectionUnsortedAndSortedLiveSystemAppendingAndBadArguments) {
   ASSERT_EQ(CreateReportOfSnapshotDifferences("BASE0000.BCF", "BASE0001.BCF", report_.c_str()), 0u);
   EXPECT_EQ(Body("Orvalis", "System Information\n"), "Orvalis Snapshot Difference Report\n"
             "==================================\n\nOlder snapshot: T  before\nNewer snapshot: T  after\n\n");
@@ -61,9 +56,6 @@ TEST_F(Report, HeadAndTheFilesSectionUnsortedAndSorted) {
   EXPECT_EQ(Body("System Files\n", ""),
             "System Files\n\n\n" + notes + "\n\n + delta\n-> Version 1.1 of the notes\n\n" + ini +
                 "\n\n\n - [Gone]\n - x=1\n\n + [New]\n + y=22\n\n** [Main]\n<- Color=blue\n-> Color=green\n");
-}
-
-TEST_F(Report, LiveSystemAppendingAndBadArguments) {
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
   EXPECT_NE(NoCr(ReadWholeFile(report_)).find("  Current system\n\nSystem Files"), std::string::npos)
       << ReadWholeFile(report_);
@@ -84,6 +76,46 @@ TEST_F(Report, LiveSystemAppendingAndBadArguments) {
   EXPECT_TRUE(FileExists(report_));
 }
 
+// Two snapshots of an INI file; a snapshot against the live text file; one snapshot alone (only the
+// older side: the file is "not in the newer snapshot", a message, so TEXT is empty); the live file
+// against itself. A row without a body is refused with 87 and no document: the file in neither or
+// only the older snapshot, no older snapshot and no live side, a missing snapshot.
+TEST_F(Report, SystemFileDocumentsAndResultCodes) {
+  const std::string out = box_.file("out.xml"), ini = box_.file("w\\app.ini"), txt = box_.file("w\\notes.txt"),
+                    other = box_.file("other.ini");
+  const struct { const char *older, *newer; const std::string& file; int live; std::string body; } rows[] = {
+      {"BASE0000.BCF", "BASE0001.BCF", ini, 0,
+       "    <INI>\r\n    <SECTION>[Gone]</SECTION>        <CHGFLAG flag=\"O\"/>\r\n"
+       "   <ENTRIES>      <LINE>x=1</LINE>      <CHGFLAG flag=\"O\"/>   </ENTRIES>\r\n"
+       "    <SECTION>[Main]</SECTION>        <CHGFLAG flag=\"T\"/>\r\n"
+       "   <ENTRIES>      <LINE>Color=blue</LINE>      <CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE>Color=green</LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+       "    <SECTION>[New]</SECTION>        <CHGFLAG flag=\"N\"/>\r\n"
+       "   <ENTRIES>      <LINE>y=22</LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </INI>\r\n"},
+      {"BASE0000.BCF", nullptr, txt, 1,
+       "    <TEXT>\r\n   <ENTRIES>      <LINE><![CDATA[Version 1.0 of the notes]]></LINE>      <LNUM>2</LNUM>      "
+       "<CHGFLAG flag=\"F\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE><![CDATA[Version 1.1 of the notes]]></LINE>      <CHGFLAG flag=\"T\"/>   </ENTRIES>\r\n"
+       "   <ENTRIES>      <LINE><![CDATA[delta]]></LINE>      <CHGFLAG flag=\"N\"/>   </ENTRIES>\r\n    </TEXT>\r\n"},
+      {"BASE0001.BCF", nullptr, txt, 0, "    <TEXT>\r\n    </TEXT>\r\n"},
+      {nullptr, nullptr, ini, 1, "    <INI>\r\n    </INI>\r\n"},
+      {"BASE0000.BCF", nullptr, other, 1, ""}, {"BASE0000.BCF", "BASE0001.BCF", other, 0, ""},
+      {nullptr, "BASE0001.BCF", ini, 0, ""}, {"BASE0009.BCF", nullptr, ini, 1, ""}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(testing::Message() << (r.older ? r.older : "-") << " " << (r.newer ? r.newer : "-") << " " << r.file);
+    DeleteFileA(out.c_str());
+    ASSERT_EQ(CompareFilestoXML(r.older, r.newer, r.file.c_str(), out.c_str(), r.live), r.body.empty() ? 87u : 0u);
+    if (r.body.empty()) EXPECT_FALSE(FileExists(out));
+    else EXPECT_EQ(ReadWholeFile(out), "<?xml version = \"1.0\"?>\r\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\r\n"
+                                       "<SYSFILE>\r\n  <FILENAME><![CDATA[" + r.file + "]]></FILENAME>\r\n" + r.body +
+                                       "</SYSFILE>\r\n");
+  }
+  const std::string& shown = box_.CaptureMessageBoxes();
+  const std::string bad = box_.file("no\\such\\dir\\out.xml");
+  EXPECT_EQ(CompareFilestoXML("BASE0000.BCF", "BASE0001.BCF", ini.c_str(), bad.c_str(), 0), 2u);
+  EXPECT_EQ(shown, "Destination file is invalid (" + bad + ")|Orvalis Engine Error");
+}
+
 // Run with the German locale (ORVALIS_LC_ALL): the headings come from the German library.
 TEST_F(Report, GermanHeadingsForAGermanUser) {
   char lang[16] = "";
@@ -96,9 +128,8 @@ TEST_F(Report, GermanHeadingsForAGermanUser) {
   orvalis::HandleLibraryEntry(orvalis::State().instance, DLL_THREAD_ATTACH);
   ASSERT_EQ(CreateReportOfFileDifferences("BASE0000.BCF", "", report_.c_str(), 0), 0u);
   const std::string text = NoCr(ReadWholeFile(report_));
-  EXPECT_EQ(text.find("System Files"), std::string::npos) << text;
-  EXPECT_EQ(text.find("Current system"), std::string::npos) << text;
-  EXPECT_EQ(text.find("Older snapshot"), std::string::npos) << text;
+  for (const char* english : {"System Files", "Current system", "Older snapshot"})
+    EXPECT_EQ(text.find(english), std::string::npos) << text;
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #define _WIN32_WINNT 0x0600
 #include "tests/support/engine_sandbox.h"
 
-#include <cstdio>
 #include <cstring>
 #include <random>
 
@@ -18,6 +17,12 @@ namespace {
 
 std::string g_modulePath;
 std::string g_windowsFolder;
+std::string g_messageBox;
+
+int WINAPI SandboxMessageBox(HWND, LPCSTR text, LPCSTR title, UINT) {
+  g_messageBox = std::string(text) + "|" + title;
+  return IDOK;
+}
 
 UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
   lstrcpynA(out, g_windowsFolder.c_str(), static_cast<int>(size));
@@ -27,11 +32,8 @@ UINT WINAPI SandboxWindowsFolder(LPSTR out, UINT size) {
 DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
   if (module != nullptr && module != GetModuleHandleA(nullptr)) return GetModuleFileNameA(module, out, size);
   if (size == 0) return 0;
-  DWORD n = static_cast<DWORD>(g_modulePath.size());
-  if (n >= size) n = size - 1;
-  std::memcpy(out, g_modulePath.data(), n);
-  out[n] = '\0';
-  return n;
+  lstrcpynA(out, g_modulePath.c_str(), static_cast<int>(size));
+  return static_cast<DWORD>(std::strlen(out));
 }
 
 }  // namespace
@@ -39,8 +41,7 @@ DWORD WINAPI SandboxModuleFileName(HMODULE module, LPSTR out, DWORD size) {
 // Wine maps / to Z:.
 std::string BinDir() {
   std::string p = "Z:" ORVALIS_BIN_DIR;
-  for (char& c : p)
-    if (c == '/') c = '\\';
+  for (char& c : p) if (c == '/') c = '\\';
   return p;
 }
 
@@ -52,10 +53,8 @@ EngineSandbox::EngineSandbox() {
   s.instance = GetModuleHandleA(nullptr);
   s.isWindowsNT = (GetVersion() & 0x80000000u) ? 0 : 1;
   orvalis::InstallWindowsDateLocale();
-
   g_modulePath = scratch_.file("HALVERN.DLL");
   orvalis::Sys().GetModuleFileNameA = SandboxModuleFileName;
-
   std::random_device rd;
   char name[64];
   std::snprintf(name, sizeof name, "Software\\OrvalisTest\\%08x%08x", rd(), rd());
@@ -63,8 +62,7 @@ EngineSandbox::EngineSandbox() {
   RegCreateKeyExA(HKEY_CURRENT_USER, hklm_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &override_, nullptr);
   RegOverridePredefKey(HKEY_LOCAL_MACHINE, override_);
   // Every snapshot loads the registry and asset libraries from the engine's folder.
-  CopyFromBin("MARLOW.DLL");
-  CopyFromBin("CORVID.DLL");
+  for (const char* name : {"MARLOW.DLL", "CORVID.DLL"}) CopyFromBin(name);
 }
 
 EngineSandbox::~EngineSandbox() {
@@ -92,9 +90,7 @@ void EngineSandbox::SetHklmString(const char* key, const char* value, const char
 }
 
 void EngineSandbox::CopyFromBin(const char* name, const char* as) {
-  std::string from = BinDir() + "\\" + name;
-  std::string to = file(as ? as : name);
-  CopyFileA(from.c_str(), to.c_str(), FALSE);
+  CopyFileA((BinDir() + "\\" + name).c_str(), file(as ? as : name).c_str(), FALSE);
 }
 
 void EngineSandbox::SetWindowsFolder(const std::string& folder) {
@@ -103,12 +99,17 @@ void EngineSandbox::SetWindowsFolder(const std::string& folder) {
 }
 
 void EngineSandbox::RemoveCompanionLibraries() {
-  DeleteFileA(file("MARLOW.DLL").c_str());
-  DeleteFileA(file("CORVID.DLL").c_str());
+  for (const char* name : {"MARLOW.DLL", "CORVID.DLL"}) DeleteFileA(file(name).c_str());
 }
 
 void EngineSandbox::SetOrvalis(const char* key, const char* value) {
   WritePrivateProfileStringA("ORVALIS", key, value, file("ORVALIS.INI").c_str());
+}
+
+const std::string& EngineSandbox::CaptureMessageBoxes() {
+  g_messageBox.clear();
+  orvalis::Sys().MessageBoxA = SandboxMessageBox;
+  return g_messageBox;
 }
 
 void EngineSandbox::MakeDirs(std::initializer_list<const char*> names) const {
@@ -121,6 +122,13 @@ std::string EngineSandbox::UndoBase() const {
   char v[MAX_PATH];
   orvalis::ReadOrvalisString("UNDOBASE", "", v, sizeof v);
   return v;
+}
+
+std::string IndexSection(const std::string& index, const std::string& name) {
+  const std::string start = "[" + name + "_START]\r\n";
+  const size_t a = index.find(start);
+  if (a == std::string::npos) return "<none>";
+  return index.substr(a + start.size(), index.find("[" + name + "_END]") - a - start.size());
 }
 
 TestKey::TestKey(const char* tag) {

@@ -7,15 +7,16 @@
 #pragma once
 #include <windows.h>
 
-#include <initializer_list>
-#include <string>
-
 #include "tests/support/test_support.h"
 
 namespace orvalis_test {
 
 // The build's bin folder (HALVERN.DLL and the companion libraries) as a Windows path.
 std::string BinDir();
+// CTest runs some exes twice, once with Wine playing Windows 98 (ORVALIS_WINVER=win98).
+inline bool OnWindows9x() { return (GetVersion() & 0x80000000u) != 0; }
+// The lines between [NAME_START] and [NAME_END] of an index file's text, "<none>" without them.
+std::string IndexSection(const std::string& index, const std::string& name);
 
 class EngineSandbox {
  public:
@@ -24,11 +25,8 @@ class EngineSandbox {
   EngineSandbox(const EngineSandbox&) = delete;
   EngineSandbox& operator=(const EngineSandbox&) = delete;
 
-  // The module folder, without and with the trailing backslash.
   const std::string& dir() const { return scratch_.path(); }
-  std::string dirSlash() const { return scratch_.path() + "\\"; }
   std::string file(const std::string& name) const { return scratch_.file(name); }
-  // Creates these folders of the module folder, in order.
   void MakeDirs(std::initializer_list<const char*> names) const;
   // halvern.log without carriage returns, and the UNDOBASE setting.
   std::string Log() const;
@@ -40,7 +38,7 @@ class EngineSandbox {
 
   // Helpers on the redirected HKEY_LOCAL_MACHINE.
   void SetHklmString(const char* key, const char* value, const char* data);
-  // Copies a file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
+  // A file of the bin folder (e.g. "TAMBRELL.DLL") into the module folder.
   void CopyFromBin(const char* name, const char* as = nullptr);
   // The seam's GetWindowsDirectoryA answers this folder (where USER.DAT and SYSTEM.DAT lie on
   // Windows 95/98) until RestoreSeam.
@@ -48,8 +46,10 @@ class EngineSandbox {
   // Takes the registry and asset libraries out of the module folder again (the sandbox puts them
   // there, as every snapshot needs them).
   void RemoveCompanionLibraries();
-  // Writes [section] key=value into ORVALIS.INI of the module folder.
+  // Writes [ORVALIS] key=value into ORVALIS.INI of the module folder.
   void SetOrvalis(const char* key, const char* value);
+  // The seam's MessageBoxA answers IDOK at once; the text given shows the last box as "text|title".
+  const std::string& CaptureMessageBoxes();
 
  private:
   ScratchDir scratch_;

@@ -99,46 +99,31 @@ BOOL WINAPI FWritePrivateProfileStringA(LPCSTR s, LPCSTR k, LPCSTR v, LPCSTR f) 
 
 FaultPlan::FaultPlan() {
   g = new State;
-  g->io = orvalis::Io();
-  g->sys = orvalis::Sys();
+  g->io = orvalis::Io(), g->sys = orvalis::Sys();
   CoreIo& io = orvalis::Io();
-  io.fopen = FFopen;
-  io.fclose = FFclose;
-  io.remove = FRemove;
-  io.rename = FRename;
-  io.calloc = FCalloc;
-  io.free = FFree;
+  io.fopen = FFopen, io.fclose = FFclose, io.remove = FRemove, io.rename = FRename;
+  io.calloc = FCalloc, io.free = FFree;
   SysApi& s = orvalis::Sys();
-  s.GlobalAlloc = FGlobalAlloc;
-  s.GlobalFree = FGlobalFree;
-  s.GlobalLock = FGlobalLock;
-  s.CopyFileA = FCopyFileA;
-  s.CreateDirectoryA = FCreateDirectoryA;
-  s.SetFileAttributesA = FSetFileAttributesA;
+  s.GlobalAlloc = FGlobalAlloc, s.GlobalFree = FGlobalFree, s.GlobalLock = FGlobalLock, s.CopyFileA = FCopyFileA;
+  s.CreateDirectoryA = FCreateDirectoryA, s.SetFileAttributesA = FSetFileAttributesA;
   s.WritePrivateProfileStringA = FWritePrivateProfileStringA;
 }
 
 FaultPlan::~FaultPlan() {
-  orvalis::Io() = g->io;
-  orvalis::Sys() = g->sys;
+  orvalis::Io() = g->io, orvalis::Sys() = g->sys;
   delete g;
   g = nullptr;
 }
 
 const std::vector<std::string>& FaultPlan::Entries() {
-  static const std::vector<std::string> entries = {"fopen",      "fclose",    "rename",           "calloc",
-                                                   "GlobalAlloc", "GlobalLock", "CopyFileA",        "CreateDirectoryA",
-                                                   "SetFileAttributesA", "WritePrivateProfileStringA"};
+  static const std::vector<std::string> entries = {"fopen", "fclose", "rename", "calloc", "GlobalAlloc", "GlobalLock",
+      "CopyFileA", "CreateDirectoryA", "SetFileAttributesA", "WritePrivateProfileStringA"};
   return entries;
 }
 
 void FaultPlan::Arm(const std::string& entry, int n) {
-  g->target = entry;
-  g->n = n;
-  g->calls.clear();
-  g->blocks.clear();
-  g->files.clear();
-  g->globals = 0;
+  g->target = entry, g->n = n, g->globals = 0;
+  g->calls.clear(), g->blocks.clear(), g->files.clear();
 }
 
 std::map<std::string, int> FaultPlan::Calls() const { return g->calls; }

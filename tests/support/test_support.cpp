@@ -1,22 +1,14 @@
 #include "tests/support/test_support.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
 namespace orvalis_test {
 
-char PathSep() {
-#ifdef _WIN32
-  return '\\';
-#else
-  return '/';
-#endif
-}
+char PathSep() { return static_cast<char>(fs::path::preferred_separator); }
 
 ScratchDir::ScratchDir() {
   std::random_device rd;
@@ -76,6 +68,14 @@ std::vector<std::string> ListDir(const std::string& path) {
 std::string NoCr(std::string text) {
   std::erase(text, '\r');
   return text;
+}
+
+std::string WrittenBy(const std::function<void(FILE*)>& write) {
+  ScratchDir dir;
+  FILE* f = std::fopen(dir.file("out.txt").c_str(), "w");
+  write(f);
+  std::fclose(f);
+  return ReadWholeFile(dir.file("out.txt"));
 }
 
 }  // namespace orvalis_test

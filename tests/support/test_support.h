@@ -1,6 +1,11 @@
-// Helpers shared by the test suites: scratch folders that clean up after themselves,
-// and small file utilities. Portable: used by the native and the Windows tests alike.
+// Helpers shared by the test suites: scratch folders that clean up after themselves, and small
+// file utilities. Portable: used by the native and the Windows tests alike. Every test includes it
+// (the Wine tests through engine_sandbox.h), and GoogleTest and the standard strings with it.
 #pragma once
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,7 +20,6 @@ class ScratchDir {
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
   const std::string& path() const { return path_; }
-  // path() + separator + name
   std::string file(const std::string& name) const;
 
  private:
@@ -28,5 +32,7 @@ bool FileExists(const std::string& path);
 std::vector<std::string> ListDir(const std::string& path);  // names, no "." entries
 char PathSep();
 std::string NoCr(std::string text);  // the text with every carriage return removed
+// What write puts into a file opened in text mode, as bytes (with CR LF on Windows).
+std::string WrittenBy(const std::function<void(FILE*)>& write);
 
 }  // namespace orvalis_test

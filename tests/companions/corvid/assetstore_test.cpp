@@ -1,10 +1,5 @@
 // The portable half of CORVID.DLL, natively: damaged companions and indexes go through the sanitizers.
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "base/io.h"
 #include "companions/corvid/assetstore.h"
@@ -13,18 +8,6 @@
 namespace {
 
 using namespace corvid;
-
-TEST(AssetStore, WildcardsMatchAsWindowsMatchesThem) {
-  const struct { const char* pattern; const char* name; bool match; } rows[] = {
-      {"*.TXT", "ReadMe.txt", true}, {"*.txt", "readme.doc", false}, {"*.txt", "readme.txt.bak", false},
-      {"a*b", "ab", true},           {"a*c*e", "abcde", true},       {"*a*b", "xaxxaxb", true},
-      {"a*c", "abcd", false},        {"f?.log", "f1.log", true},     {"f?.log", "f22.log", false},
-      {"f?.log", "f.log", false},    {"???", "a.b", true},           {"*.*", "README", true},
-      {"setup.*", "setup", true},    {"setup.*", "setupx", false},   {"Font.TTF", "font.ttf", true},
-      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true},
-  };
-  for (const auto& r : rows) EXPECT_EQ(WildcardMatch(r.pattern, r.name), r.match) << r.pattern << " vs " << r.name;
-}
 
 FileRecord Record(const char* path, uint32_t size, uint32_t stored) {
   FileRecord r{{}, size, 0x5A215C00u + size, 0x20, 0x01020304u * (size + 1), stored, 0};
@@ -41,8 +24,7 @@ std::string Text(const char* folder, uint32_t options, const FileRecord* r, size
 }
 
 struct Block {
-  const char* asset;
-  const char* folder;
+  const char *asset, *folder;
   uint32_t options;
   std::vector<FileRecord> files;
   std::string text() const { return Text(folder, options, files.data(), files.size()); }
@@ -50,8 +32,7 @@ struct Block {
 
 const std::vector<Block> kBlocks = {
     {"C:\\Fonts\\*.ttf", "C:\\Fonts", 0x2000, {Record("a.ttf", 40, 9), Record("b.ttf", 0, 0)}},
-    {"C:\\App", "C:\\App", 0x3000, {Record("x.ini", 7, 5), Record("sub\\y.dll", 100, 30)}},
-};
+    {"C:\\App", "C:\\App", 0x3000, {Record("x.ini", 7, 5), Record("sub\\y.dll", 100, 30)}}};
 
 // Contents are filler the reader never decodes.
 std::string Companion(std::vector<size_t>* blockEnds) {
@@ -119,9 +100,27 @@ TEST(AssetStore, CompanionsReadBackOrReadAsDamage) {
   EXPECT_GT(intact, 0);  // the flips in the contents
 }
 
-// A record path that would leave the asset's folder makes the whole block unreadable, so no tree of
-// it reaches the restore; a file count the companion cannot hold is refused before it is allocated.
-TEST(AssetStore, UntrustworthyBlocksAreDamage) {
+std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRecord>& newer) {
+  ChangeNode* first = BuildAssetTree(AssetOrigin{}, older.data(), uint32_t(older.size()));
+  ChangeNode* second = BuildAssetTree(AssetOrigin{}, newer.data(), uint32_t(newer.size()));
+  CompareAssetTrees(&first, second);
+  std::string out;
+  for (const ChangeNode* n = first->children; n; n = n->next)
+    out += std::string(n->name) + ":" + (n->flags & kChangeFrom ? "F" : n->flags & kChangeTo ? "T"
+                                         : n->flags & kChangeOlder ? "O" : n->flags & kChangeNewer ? "N" : "-") + " ";
+  FreeAssetTree(first), FreeAssetTree(second);
+  return out;
+}
+
+// A case-sensitive file system (Wine on Linux) can hold "a" and "A" side by side.
+TEST(AssetStore, WildcardsAndNamesMatchAsWindowsMatchesThemAndUntrustworthyBlocksAreDamage) {
+  const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
+  EXPECT_EQ(Marks(two, two), "a:- A:- ");
+  EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
+  EXPECT_EQ(Marks(two, {Record("A", 1, 0)}), "a:- A:O ");
+  EXPECT_EQ(Marks({Record("a", 1, 0)}, two), "a:- A:N ");
+  // A record path that would leave the asset's folder makes the whole block unreadable, so no tree of
+  // it reaches the restore; a file count the companion cannot hold is refused before it is allocated.
   auto* const saved = orvalis::Io().calloc;
   orvalis::Io().calloc = [](size_t n, size_t size) { return n * size > (1u << 20) ? nullptr : std::calloc(n, size); };
   const char* paths[] = {"sub\\deeper\\a.txt", "a..b.txt", ".profile",  // the safe ones
@@ -135,28 +134,15 @@ TEST(AssetStore, UntrustworthyBlocksAreDamage) {
     EXPECT_EQ(Read(f, "C:\\App").substr(0, 2), i < 3 ? "0 " : std::to_string(kBadData)) << paths[i];
   }
   orvalis::Io().calloc = saved;
-}
-
-std::string Marks(const std::vector<FileRecord>& older, const std::vector<FileRecord>& newer) {
-  ChangeNode* first = BuildAssetTree(AssetOrigin{}, older.data(), uint32_t(older.size()));
-  ChangeNode* second = BuildAssetTree(AssetOrigin{}, newer.data(), uint32_t(newer.size()));
-  CompareAssetTrees(&first, second);
-  std::string out;
-  for (const ChangeNode* n = first->children; n; n = n->next)
-    out += std::string(n->name) + ":" + (n->flags & kChangeFrom ? "F" : n->flags & kChangeTo ? "T"
-                                         : n->flags & kChangeOlder ? "O" : n->flags & kChangeNewer ? "N" : "-") + " ";
-  FreeAssetTree(first);
-  FreeAssetTree(second);
-  return out;
-}
-
-// A case-sensitive file system (Wine on Linux) can hold "a" and "A" side by side.
-TEST(AssetStore, NamesDifferingOnlyInCasePairOneToOne) {
-  const std::vector<FileRecord> two = {Record("a", 1, 0), Record("A", 2, 0)};
-  EXPECT_EQ(Marks(two, two), "a:- A:- ");
-  EXPECT_EQ(Marks(two, {Record("a", 1, 0), Record("A", 3, 0)}), "a:- A:F A:T ");
-  EXPECT_EQ(Marks(two, {Record("A", 1, 0)}), "a:- A:O ");
-  EXPECT_EQ(Marks({Record("a", 1, 0)}, two), "a:- A:N ");
+  // Wildcards match as Windows matches them.
+  const struct { const char* pattern; const char* name; bool match; } rows[] = {
+      {"*.TXT", "ReadMe.txt", true}, {"*.txt", "readme.doc", false}, {"*.txt", "readme.txt.bak", false},
+      {"a*b", "ab", true},           {"a*c*e", "abcde", true},       {"*a*b", "xaxxaxb", true},
+      {"a*c", "abcd", false},        {"f?.log", "f1.log", true},     {"f?.log", "f22.log", false},
+      {"f?.log", "f.log", false},    {"???", "a.b", true},           {"*.*", "README", true},
+      {"setup.*", "setup", true},    {"setup.*", "setupx", false},   {"Font.TTF", "font.ttf", true},
+      {"font", "font.ttf", false},   {"font.ttf", "font", false},    {"\xC4*", "\xC4rger.txt", true}};
+  for (const auto& r : rows) EXPECT_EQ(WildcardMatch(r.pattern, r.name), r.match) << r.pattern << " vs " << r.name;
 }
 
 // MASTER.IDX is replaced through a temporary file; missing means empty.

@@ -1,16 +1,8 @@
 // CORVID.DLL through its exported entry points, against real folders under Wine.
-#include <windows.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "base/companion_api.h"
 #include "base/io.h"
@@ -55,10 +47,7 @@ Lines StateOf(const std::string& folder, const Lines& names) {
   return out;
 }
 
-Lines Sorted(Lines v) {
-  std::sort(v.begin(), v.end());
-  return v;
-}
+Lines Sorted(Lines v) { return std::sort(v.begin(), v.end()), v; }
 
 // "letter name" per node, folders with a trailing backslash; a changed file's older state must be
 // followed directly by its newer one.
@@ -68,9 +57,8 @@ void Walk(const ChangeNode* parent, Lines* out) {
     const char* letter = f & kChangeOlder ? "O" : f & kChangeNewer ? "N" : f & kChangeFrom ? "F" : f & kChangeTo ? "T"
                          : f & kChangeBelow ? "B" : "-";
     out->push_back(std::string(letter) + " " + n->name + (f & kKindFolder ? "\\" : ""));
-    if (f & kChangeFrom) {
-      EXPECT_TRUE(n->next && (n->next->flags & kChangeTo) && !std::strcmp(n->next->name, n->name)) << n->name;
-    }
+    EXPECT_TRUE(!(f & kChangeFrom) || (n->next && (n->next->flags & kChangeTo) && !std::strcmp(n->next->name, n->name)))
+        << n->name;
     Walk(n, out);
   }
 }
@@ -109,8 +97,7 @@ using Tree = std::unique_ptr<ChangeNode, FreeAssetTreeFn>;
 
 class Corvid : public ::testing::Test {
  protected:
-  template <class F>
-  F Get(const char* name) {
+  template <class F> F Get(const char* name) {
     F f = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll_, name)));
     EXPECT_TRUE(f) << name;
     return f;
@@ -183,8 +170,7 @@ TEST_F(Corvid, CaptureRecordsWhatTheAssetMatches) {
   const struct { const char* asset; uint32_t options; Lines files; } rows[] = {
       {"app\\*.txt", 0, {"a.txt", "b.TXT"}}, {"app\\f?.log", 0, {"f1.log"}}, {"app\\c.dat", 0x2000, {"c.dat"}},
       {"app", 0, top}, {"app\\", 0x2000, top}, {"app", 0x1000, all}, {"app\\*.none", 0x3000, {}},
-      {"app\\*.txt", 0x3000, {"a.txt", "b.TXT", "sub\\deeper\\d.txt", "sub\\s.txt"}}, {"nowhere\\*.txt", 0x2000, {}},
-  };
+      {"app\\*.txt", 0x3000, {"a.txt", "b.TXT", "sub\\deeper\\d.txt", "sub\\s.txt"}}, {"nowhere\\*.txt", 0x2000, {}}};
   int n = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.asset) + " " + std::to_string(row.options));
@@ -234,7 +220,6 @@ TEST_F(Corvid, ComparisonAndRestoreOfAChangedOrRemovedFolder) {
                      "O sub\\deeper\\z.txt", "T plain.txt", "T ro.txt", "T sub\\deep.bin", "T time.txt"}));
     EXPECT_NE(tree->flags & kChangeBelow, 0);
   }
-
   bool listed = true;
   EXPECT_EQ(Restore(AgainstLive(app_, 0x1000, "AST0001.OVA"), &listed), 0);
   EXPECT_FALSE(listed);
@@ -245,7 +230,6 @@ TEST_F(Corvid, ComparisonAndRestoreOfAChangedOrRemovedFolder) {
   Lines left = ListDir(app_);
   for (std::string& n : left) CharLowerA(n.data());  // whether Wine renamed Case.TXT is its own affair
   EXPECT_EQ(Sorted(left), (Lines{"case.txt", "empty.txt", "plain.txt", "ro.txt", "sub", "time.txt"}));
-
   SetFileAttributesA((app_ + "\\ro.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
   std::filesystem::remove_all(app_);
   int liveRc = 0;
@@ -266,8 +250,7 @@ TEST_F(Corvid, RestoreWritesOnlyContentsThatCheck) {
     if (!std::strcmp(r.path, "bare.txt")) r.stored = 0;
     if (!std::strcmp(r.path, "bad.txt")) r.crc ^= 1;
   });
-  DeleteFileA((app_ + "\\kept.txt").c_str());
-  DeleteFileA((app_ + "\\bare.txt").c_str());
+  for (const char* f : {"\\kept.txt", "\\bare.txt"}) DeleteFileA((app_ + f).c_str());
   Put(app_ + "\\bad.txt", "live contents");
   Tree tree = AgainstLive(app_, 0x2000, "AST0001.OVA");
   EXPECT_EQ(Nodes(tree.get()), (Lines{"F bad.txt", "O bare.txt", "O kept.txt", "T bad.txt"}));
@@ -322,9 +305,7 @@ TEST_F(Corvid, DamagedCompanionsAndIndexesGiveAnErrorAndAreLeftAsTheyAre) {
     EXPECT_EQ(fromSnapshot_(bad.c_str(), row.asset, &tree, 1, 0, 0x2000), row.rc) << row.bytes.size();
     EXPECT_EQ(tree, nullptr);
   }
-  freeTree_(nullptr);
-  freeChanges_(nullptr);
-
+  freeTree_(nullptr), freeChanges_(nullptr);  // nothing to free is no error
   // An index that exists but cannot be opened must not be taken for a missing (empty) one: that would
   // replace every other snapshot's records with the capture's own.
   ASSERT_EQ(Snap(app_, 0x2000, "AST0001.OVA"), 0);

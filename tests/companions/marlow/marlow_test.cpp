@@ -1,12 +1,6 @@
 // MARLOW.DLL as the engine loads and calls it, against the real registry under Wine, each test in
 // a private key HKCU\Software\OrvalisTest\<unique>.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "base/companion_api.h"
 #include "tests/companions/marlow/marlow_fixture.h"
@@ -52,8 +46,7 @@ void SetValue(const std::string& key, const char* name, DWORD type, const std::s
 std::string Dword(uint32_t v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
 
 const ChangeNode* Find(const ChangeNode* list, const char* name) {
-  for (; list; list = list->next)
-    if (name ? (list->name && std::string(list->name) == name) : !list->name) return list;
+  for (; list; list = list->next) if (name ? (list->name && std::string(list->name) == name) : !list->name) return list;
   return nullptr;
 }
 
@@ -85,8 +78,7 @@ class MarlowTest : public ::testing::Test {
     ChangeNode *tree = FromDump(file, path), *live = Live(path, liveResult);
     EXPECT_EQ(m.compare(&tree, live, nullptr), 0);
     EXPECT_EQ(m.update(tree, 1), 0);
-    m.free(tree);
-    m.free(live);
+    m.free(tree), m.free(live);
   }
   // Every value type, empty and odd-sized data, the longest names, non-ASCII bytes, a volatile
   // key (the platform's bulk save leaves such keys out; a dump must not), 30 levels.
@@ -102,8 +94,7 @@ class MarlowTest : public ::testing::Test {
         {"rrl", REG_RESOURCE_REQUIREMENTS_LIST, "\x10\x20\x30\0"s}, {"qword", 11, "\x01\x02\x03\x04\x05\x06\x07\x08"s},
         {"empty sz", REG_SZ, ""}, {"empty bin", REG_BINARY, ""}, {"empty dw", REG_DWORD, ""},
         {"long dw", REG_DWORD, "\x01\x02\x03\x04\x05\x06"s}, {"caf\xe9 \xfc\xdf", REG_SZ, "\xe9\xe8\xc7\xf1\0"s},
-        {"high bytes", REG_BINARY, "\x80\xff\0\xfe"s},
-    };
+        {"high bytes", REG_BINARY, "\x80\xff\0\xfe"s}};
     for (const auto& v : values) SetValue(k, v.name, v.type, v.data);
     SetValue(k, std::string(16383, 'v').c_str(), REG_SZ, "long name\0"s);
     // Made below its parent: Wine's ANSI calls refuse more than 260 characters of path in one piece.
@@ -129,7 +120,7 @@ std::string UserKey(const std::string& key) {
   return "";
 }
 
-TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndDamageGives13) {
+TEST_F(MarlowTest, DumpReadsBackEveryKeyCompareMarksChangesAndPuttingBackMakesTheKeyEqualToItsSave) {
   const std::string rich = base + "\\rich", sid = UserKey(base);
   ASSERT_FALSE(sid.empty());
   BuildRichKey(rich);
@@ -153,7 +144,6 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
   for (int i = 0; i < 30 && deep; ++i) deep = Find(deep->children, ("d" + std::to_string(i)).c_str());
   EXPECT_TRUE(live->depth == 0 && deep && deep->depth == 30);
   m.free(live);
-
   std::string file;
   for (int compression : {0, 1024, 2048, 4096}) {
     file = dir.file("REG" + std::to_string(compression) + ".OVR");
@@ -194,9 +184,7 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyAsTheLiveReadWhateverTheRootSpellingAndD
   EXPECT_EQ(m.dump(dir.file("REG3.OVR").c_str(), 3), 87);
   EXPECT_FALSE(orvalis_test::FileExists(dir.file("REG3.OVR")));
   EXPECT_NE(m.dump((dir.path() + "\\no folder\\REG.OVR").c_str(), 0), 0);
-}
-
-TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
+  // The comparison marks added, removed and changed nodes up to the root.
   const std::string one = base + "\\one", two = base + "\\two";
   // "Data" and "DATA", "Keep" and "KEEP": the same names in another case, changed, not added.
   const struct { std::string key; const char* name; DWORD type; std::string data; } values[] = {
@@ -210,14 +198,14 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   uint32_t count = 0;
   ASSERT_EQ(m.compare(&a, b, &count), 0);
   m.free(b);
-  const struct { std::vector<const char*> path; int flags; } rows[] = {  // keys, then "@value"
+  const struct { std::vector<const char*> path; int flags; } marks[] = {  // keys, then "@value"
       {{}, kKindKey | kChangeBelow}, {{"@same"}, 0}, {{"@removed"}, kChangeOlder}, {{"@added"}, kChangeNewer},
       {{"@Data"}, kChangeFrom}, {{"@DATA"}, kChangeTo}, {{"@type"}, kChangeFrom},
       {{"Gone"}, kKindKey | kChangeOlder | kChangeBelow}, {{"Gone", "Below", "@x"}, kChangeOlder},
       {{"New"}, kKindKey | kChangeNewer | kChangeBelow}, {{"New", "Below", "@x"}, kChangeNewer},
       {{"Keep"}, kKindKey | kChangeBelow}, {{"Keep", "Deeper"}, kKindKey | kChangeBelow},
       {{"Keep", "Deeper", "@v"}, kChangeFrom}};
-  for (const auto& row : rows) {
+  for (const auto& row : marks) {
     const ChangeNode* n = a;
     for (const char* p : row.path) n = !n ? n : p[0] == '@' ? Find(n->values, p + 1) : Find(n->children, p);
     EXPECT_TRUE(n && n->flags == row.flags) << (row.path.empty() ? "the root" : row.path.back()) << ": " << (n ? n->flags : -1);
@@ -229,12 +217,9 @@ TEST_F(MarlowTest, CompareMarksAddedRemovedAndChangedNodesUpToTheRoot) {
   // The three pairs, the two values, the two keys with their subtrees.
   EXPECT_EQ(count, 3u * 2 + 2 + 3 + 3);
   m.free(a);
-}
-
-// A key changed in every way, or deleted whole, is put back as saved; a key beside it keeps its change.
-TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
+  // A key changed in every way, or deleted whole, is put back as saved; a key beside it keeps its change.
   const std::string target = base + "\\T\xc4RGET", outside = base + "\\outside", path = "HKCU\\" + target;
-  const std::string file = dir.file("REG.OVR"), folder = dir.path();
+  const std::string dump = dir.file("REG.OVR"), folder = dir.path();
   for (bool nt : {false, true})
     for (bool whole : {false, true}) {
       SCOPED_TRACE(std::string(nt ? "key save" : "dump and tree update") + (whole ? ", deleted whole" : ", changed"));
@@ -247,7 +232,7 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
         // A second save in the folder must not be taken for the first.
         ASSERT_EQ(m.save(("HKCU\\" + outside).c_str(), (folder + "\\").c_str()), 0);
       } else {
-        ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
+        ASSERT_EQ(m.dump(dump.c_str(), 1024), 0);
       }
       if (whole) {
         ASSERT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, target.c_str()), 0);
@@ -265,7 +250,7 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
       const std::string outsideBefore = LiveText("HKCU\\" + outside);
       // The key save is found again by another spelling, non-ASCII letters in another case too.
       if (nt) EXPECT_EQ(m.restore(("hkcu\\" + base + "\\t\xe4rget").c_str(), folder.c_str()), 0);
-      else PutBack(file, path, whole ? 3 : 0);
+      else PutBack(dump, path, whole ? 3 : 0);
       EXPECT_EQ(LiveText(path), before);
       EXPECT_EQ(LiveText("HKCU\\" + outside), outsideBefore);
     }
@@ -281,9 +266,9 @@ TEST_F(MarlowTest, PuttingBackMakesTheKeyEqualToItsSaveAndTouchesNothingElse) {
   // An empty key deleted since the dump compares equal to the missing one; the update makes it again.
   const std::string empty = "HKCU\\" + base + "\\empty";
   RegCloseKey(CreateKey(base + "\\empty"));
-  ASSERT_EQ(m.dump(file.c_str(), 1024), 0);
+  ASSERT_EQ(m.dump(dump.c_str(), 1024), 0);
   ASSERT_EQ(RegDeleteKeyA(HKEY_CURRENT_USER, (base + "\\empty").c_str()), 0);
-  PutBack(file, empty, 3);
+  PutBack(dump, empty, 3);
   EXPECT_EQ(LiveText(empty), "root\n");
   EXPECT_EQ(m.save(("HKCU\\" + base + "\\no such key").c_str(), folder.c_str()), 3);
 }

@@ -1,22 +1,11 @@
 // Assets in snapshots under Wine: the ASSETINFO stage driving CORVID.DLL, ASSETXML and deletion.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "base/companion_api.h"
 #include "engine/sys.h"
 #include "exports/exports.h"
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ListDir;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -37,13 +26,6 @@ FARPROC WINAPI ProcRecordingSnap(HMODULE h, LPCSTR name) {
   return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(RecordingSnap));
 }
 
-std::string Section(const std::string& index, const std::string& name) {
-  const std::string start = "[" + name + "_START]\r\n";
-  const size_t a = index.find(start);
-  if (a == std::string::npos) return "<none>";
-  return index.substr(a + start.size(), index.find("[" + name + "_END]") - a - start.size());
-}
-
 class Assets : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -62,15 +44,15 @@ class Assets : public ::testing::Test {
   EngineSandbox box_;
 };
 
-TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
+TEST_F(Assets, TheStageAsTheEngineDrivesTheLibraryWithAndWithoutAssetsOrLibrary) {
   g_realGetProc = Sys().GetProcAddress;
   Sys().GetProcAddress = ProcRecordingSnap;
   g_options.clear();
   const std::string app = box_.file("app");
   const std::string index = Snap("<windows>\\Fonts\\*.ttf,0,0\n" + app + ",5,28673\n" + app + "\\*.exe,0,8192\n");
   // One companion for all; the options recorded as given (28673 = 0x7001) but passed masked.
-  EXPECT_EQ(Section(index, "ASSETINFO"), box_.file("windows") + "\\Fonts\\*.ttf,AST0000.OVA,1,0\r\n" + app +
-                                             ",AST0000.OVA,1,28673\r\n" + app + "\\*.exe,AST0000.OVA,0,8192\r\n");
+  EXPECT_EQ(IndexSection(index, "ASSETINFO"), box_.file("windows") + "\\Fonts\\*.ttf,AST0000.OVA,1,0\r\n" + app +
+                                                  ",AST0000.OVA,1,28673\r\n" + app + "\\*.exe,AST0000.OVA,0,8192\r\n");
   EXPECT_EQ(g_options, (std::vector<uint32_t>{0, 0x3000, 0x2000}));
   const std::string out = box_.file("a.xml"), one = "<FNAME><![CDATA[one.dll]]></FNAME>\r\n     <CHGFLAG flag=";
   ASSERT_EQ(CompareAssettoXML("BASE0000.BCF", nullptr, app.c_str(), out.c_str(), 0), 0u);
@@ -88,11 +70,9 @@ TEST_F(Assets, TheStageAsTheEngineDrivesTheLibrary) {
   EXPECT_EQ(CompareAssettoXML(nullptr, nullptr, app.c_str(), out.c_str(), 0), 87u);
   ASSERT_EQ(DeleteSnapshot("BASE0000.BCF"), 0u);
   EXPECT_FALSE(FileExists(box_.file("NIMBRA\\AST0000.OVA")));
-}
-
-TEST_F(Assets, WithoutAssetsTheEmptyReservationStaysAndWithoutTheLibraryNothingIsKept) {
-  // Kept as it is: the empty reservation is removed by its bare name from the current folder.
-  EXPECT_EQ(Section(Snap(""), "ASSETINFO"), "");
+  // Without assets the empty reservation stays (kept as it is: it is removed by its bare name from
+  // the current folder).
+  EXPECT_EQ(IndexSection(Snap(""), "ASSETINFO"), "");
   EXPECT_TRUE(FileExists(box_.file("NIMBRA\\AST0000.OVA")) && ReadWholeFile(box_.file("NIMBRA\\AST0000.OVA")).empty());
   // Without CORVID.DLL the stage fails and the snapshot is discarded.
   DeleteFileA(box_.file("BASE0000.BCF").c_str());

@@ -1,13 +1,7 @@
 // Directory trees under Wine: capture, listings, comparison and the directory document.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
 
 #include "compress/crc32.h"
-#include "engine/context.h"
 #include "engine/filecodec_win.h"
 #include "engine/sys.h"
 #include "exports/exports.h"
@@ -15,10 +9,7 @@
 #include "tests/support/engine_sandbox.h"
 
 using namespace orvalis;
-using orvalis_test::EngineSandbox;
-using orvalis_test::FileExists;
-using orvalis_test::ReadWholeFile;
-using orvalis_test::WriteWholeFile;
+using namespace orvalis_test;
 
 namespace {
 
@@ -76,7 +67,7 @@ class DirTrees : public ::testing::Test {
   const std::string root_ = box_.file("tree");
 };
 
-TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesAndReadsBackEqual) {
+TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesReadsBackEqualKeepsTimesAndCopesWithThousands) {
   DirNode* live = CaptureDirectory((root_ + "\\").c_str());  // a trailing backslash changes nothing
   ASSERT_NE(live, nullptr);
   EXPECT_EQ(Dump(live, false), Under(root_, {"\\", "\\a", "\\a\\b", "\\a\\b\\c", "\\a\\b\\c\\deep.ini", "\\a\\one.dll",
@@ -103,9 +94,28 @@ TEST_F(DirTrees, CaptureSkipsDotNamesAndBrowserCachesAndReadsBackEqual) {
   EXPECT_NE(Dump(live).find("Temporary Internet Files\\cache.dat"), std::string::npos);
   FreeDirTree(live);
   EXPECT_EQ(CaptureDirectory(box_.file("missing").c_str()), nullptr);
-}
-
-TEST_F(DirTrees, ThousandsOfFilesAndPathsNearTheLimit) {
+  // The walk converts file times with its own calendar arithmetic: odd seconds, a leap day of a
+  // century, and years before and past the DOS range must agree with the system's conversion.
+  const std::string dir = box_.file("t");
+  MakeDir(dir);
+  const SYSTEMTIME times[] = {{1999, 12, 0, 31, 23, 59, 59, 0}, {2000, 2, 0, 29, 12, 30, 31, 0},
+                              {1979, 12, 0, 31, 23, 0, 0, 0}, {2108, 1, 0, 1, 0, 0, 0, 0}};
+  for (size_t i = 0; i < std::size(times); ++i) {
+    WriteWholeFile(dir + "\\f" + std::to_string(i), "x");
+    SetTime(dir + "\\f" + std::to_string(i), times[i]);
+  }
+  live = CaptureDirectory(dir.c_str());
+  ASSERT_NE(live, nullptr);
+  for (const DirNode* f = live->files; f; f = f->next) {
+    WIN32_FILE_ATTRIBUTE_DATA a;
+    FILETIME local;
+    WORD date = 0, time = 0;
+    GetFileAttributesExA(f->path, GetFileExInfoStandard, &a);
+    FileTimeToLocalFileTime(&a.ftLastWriteTime, &local);
+    EXPECT_EQ(f->time, FileTimeToDosDateTime(&local, &date, &time) ? uint32_t(date) << 16 | time : 0) << f->path;
+  }
+  FreeDirTree(live);
+  // Thousands of files, and paths near the limit.
   for (int d = 0; d < 20; ++d) {
     MakeDir(root_ + "\\bulk" + std::to_string(d));
     for (int f = 0; f < 100; ++f)
@@ -116,10 +126,10 @@ TEST_F(DirTrees, ThousandsOfFilesAndPathsNearTheLimit) {
   for (; deep.size() < 230; ++levels) MakeDir(deep += "\\nnnnnnnnnnnnnnnnnnnnnnnn");
   const std::string nearLimit = deep + "\\" + std::string(MAX_PATH - 2 - deep.size(), 'f');  // 258 characters
   WriteWholeFile(nearLimit, "edge");
-  DirNode* live = CaptureDirectory(root_.c_str());
+  live = CaptureDirectory(root_.c_str());
   const std::string dump = Dump(live, false, true);
   EXPECT_NE(dump.find(nearLimit + " 4 "), std::string::npos);
-  EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 8 + 20 * 101 + levels + 1);
+  EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 10 + 20 * 101 + levels + 1);  // the browser cache now in
   FreeDirTree(live);
   DirNode* back = LoadDirListing(Listing("NIMBRA\\BIG.OVD", 1).c_str(), 1);
   EXPECT_EQ(Dump(back, false, true), dump);
@@ -169,7 +179,7 @@ TEST_F(DirTrees, ComparisonWithTheLiveDiskAndWithASecondListing) {
 }
 
 // An empty value counts as a file pattern too.
-TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
+TEST_F(DirTrees, FiltersFromTheConfigurationFileAndBadListings) {
   const std::string cfg = box_.file("ORVALIS.CFG"), onlyEmpty = box_.file("EMPTY.CFG");
   WritePrivateProfileStringA("INC_FILTER", "1", "*.ini", cfg.c_str());
   WritePrivateProfileStringA("INC_FILTER", "2", "one.dll", cfg.c_str());
@@ -190,23 +200,20 @@ TEST_F(DirTrees, FiltersFromTheConfigurationFile) {
   EXPECT_EQ(LoadDirFilters(cfg.c_str(), &failed), 8);
   EXPECT_EQ(failed, nullptr);
   box_.RestoreSeam();
-}
-
-TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
+  // Bad listings load without overrun, or not at all.
   const std::string packed = ReadWholeFile(Listing("NIMBRA\\OLD.OVD", 1));
   std::string deep = "C:\\r", deepListing = "C:\\r\n";
   for (int i = 0; i < 200; ++i) deepListing += "1024,0,0," + (deep += "\\d") + "\n";
   deepListing += "2048,1,1," + deep + "\\f\n";
-  const struct { const char* name; std::string bytes; int compressed; bool loads; } rows[] = {
+  const struct { const char* name; std::string bytes; int compressed; bool loads; } listings[] = {
       {"truncated stream", packed.substr(0, packed.size() / 2), 1, true},
       {"garbage stream", std::string(300, '\x5a'), 1, false},
       {"empty", "", 0, false},
       {"no commas", "C:\\r\njunk line\n2048,1,1,C:\\r\\f\n", 0, true},
       {"binary lines", std::string("C:\\r\n\x01\x02,\xff,,C:\\r\\\x80\n", 18), 0, true},
       {"200 levels", deepListing, 0, true},
-      {"long line", "C:\\r\n2048,1,1,C:\\r\\" + std::string(2000, 'y') + "\n", 0, true},
-  };
-  for (const auto& r : rows) {
+      {"long line", "C:\\r\n2048,1,1,C:\\r\\" + std::string(2000, 'y') + "\n", 0, true}};
+  for (const auto& r : listings) {
     WriteWholeFile(box_.file("NIMBRA\\BAD.OVD"), r.bytes);
     DirNode* t = LoadDirListing(box_.file("NIMBRA\\BAD.OVD").c_str(), r.compressed);
     EXPECT_EQ(t != nullptr, r.loads) << r.name;
@@ -214,48 +221,15 @@ TEST_F(DirTrees, BadListingsLoadWithoutOverrunOrNotAtAll) {
   }
 }
 
-// The walk converts file times with its own calendar arithmetic: odd seconds, a leap day of a
-// century, and years before and past the DOS range must agree with the system's conversion.
-TEST_F(DirTrees, WalkTimesAgreeWithTheSystemConversion) {
-  const std::string dir = box_.file("t");
-  MakeDir(dir);
-  const SYSTEMTIME times[] = {{1999, 12, 0, 31, 23, 59, 59, 0}, {2000, 2, 0, 29, 12, 30, 31, 0},
-                              {1979, 12, 0, 31, 23, 0, 0, 0}, {2108, 1, 0, 1, 0, 0, 0, 0}};
-  for (size_t i = 0; i < std::size(times); ++i) {
-    WriteWholeFile(dir + "\\f" + std::to_string(i), "x");
-    SetTime(dir + "\\f" + std::to_string(i), times[i]);
-  }
-  DirNode* tree = CaptureDirectory(dir.c_str());
-  ASSERT_NE(tree, nullptr);
-  for (const DirNode* f = tree->files; f; f = f->next) {
-    WIN32_FILE_ATTRIBUTE_DATA a;
-    FILETIME local;
-    WORD date = 0, time = 0;
-    GetFileAttributesExA(f->path, GetFileExInfoStandard, &a);
-    FileTimeToLocalFileTime(&a.ftLastWriteTime, &local);
-    EXPECT_EQ(f->time, FileTimeToDosDateTime(&local, &date, &time) ? uint32_t(date) << 16 | time : 0) << f->path;
-  }
-  FreeDirTree(tree);
-}
-
-// ---- Through the exports ------------------------------------------------------------------------
-
-class DirSnapshots : public DirTrees {
- protected:
-  void SetUp() override {
-    DirTrees::SetUp();
-    WriteWholeFile(box_.file("P.GCF"), "dirs\n[GROUPDIRS_START]\n" + root_ + "\n" + box_.file("absent") +
-                                           "\n[GROUPDIRS_END]\n");
-    ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "one"), 0u);
-  }
-  std::string Doc(const std::string& body) {
+TEST_F(DirTrees, SnapshotDocuments) {
+  WriteWholeFile(box_.file("P.GCF"), "dirs\n[GROUPDIRS_START]\n" + root_ + "\n" + box_.file("absent") +
+                                         "\n[GROUPDIRS_END]\n");
+  ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "one"), 0u);
+  const std::string out = box_.file("d.xml");
+  auto Doc = [](const std::string& body) {
     return "<?xml version = \"1.0\"?>\r\n<!DOCTYPE DIRTREEXML SYSTEM \"dirtree.dtd\">\r\n<DIRTREEXML>\r\n" + body +
            "</DIRTREEXML>\r\n";
-  }
-  const std::string out_ = box_.file("d.xml");
-};
-
-TEST_F(DirSnapshots, Documents) {
+  };
   // The absent directory gives no line.
   ASSERT_EQ(ExpandFile(box_.file("x.txt").c_str(), box_.file("NIMBRA\\DIR0000.OVD").c_str()), 0);
   const std::string text = ReadWholeFile(box_.file("x.txt"));
@@ -264,43 +238,43 @@ TEST_F(DirSnapshots, Documents) {
             std::string::npos);
   // Identical trees: even the root is skipped.
   ASSERT_EQ(CreateSnapshotFromSpecifiedProfile(box_.file("P.GCF").c_str(), "two"), 0u);
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0001.BCF", root_.c_str(), out_.c_str(), 0), 0u);
-  EXPECT_EQ(ReadWholeFile(out_), Doc(""));
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0001.BCF", root_.c_str(), out.c_str(), 0), 0u);
+  EXPECT_EQ(ReadWholeFile(out), Doc(""));
   // A change three levels down: the chain of directories, then the file's two DIRVALs.
   SetMinute(root_ + "\\a\\b\\c\\deep.ini", 7);
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 1), 0u);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 1), 0u);
   std::string chain;
   for (const char* d : {"\\", "\\a", "\\a\\b", "\\a\\b\\c"})
     chain += "  <DIRTREE>\r\n   <NNAME><![CDATA[" + root_ + d + "]]></NNAME><CHGFLAG flag=\"X\"/>\r\n";
   const std::string val = "    <DIRVAL>    <FNAME><![CDATA[deep.ini]]></FNAME><CHGFLAG flag=\"";
-  EXPECT_EQ(ReadWholeFile(out_),
+  EXPECT_EQ(ReadWholeFile(out),
             Doc(chain + val + "F\"/>     <TIME>02/03/2001 04:05:03</TIME>     <SIZE>15</SIZE>\r\n    </DIRVAL>\r\n" +
                 val + "T\"/>     <TIME>02/03/2001 04:07:03</TIME>     <SIZE>15</SIZE>\r\n    </DIRVAL>\r\n" +
                 "  </DIRTREE>\r\n  </DIRTREE>\r\n  </DIRTREE>\r\n  </DIRTREE>\r\n"));
   // One snapshot alone: the whole tree, every letter "X".
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 0), 0u);
-  const std::string listing = ReadWholeFile(out_);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 0), 0u);
+  const std::string listing = ReadWholeFile(out);
   EXPECT_NE(listing.find("<FNAME><![CDATA[with, comma.txt]]></FNAME><CHGFLAG flag=\"X\"/>"), std::string::npos);
   EXPECT_EQ(listing.find("flag=\"F\""), std::string::npos);
   // The live side's nodes carry the spelling of the directory as named.
   WriteWholeFile(root_ + "\\added.txt", "new");
   std::string shouted = root_;
   for (char& c : shouted) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, shouted.c_str(), out_.c_str(), 1), 0u);
-  EXPECT_NE(ReadWholeFile(out_).find("<FNAME><![CDATA[added.txt]]></FNAME><CHGFLAG flag=\"N\"/>"), std::string::npos);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, shouted.c_str(), out.c_str(), 1), 0u);
+  EXPECT_NE(ReadWholeFile(out).find("<FNAME><![CDATA[added.txt]]></FNAME><CHGFLAG flag=\"N\"/>"), std::string::npos);
   WriteWholeFile(root_ + "\\a\\one.dll", "changed size");
   WritePrivateProfileStringA("EXC_FILTER", "1", "*.txt", box_.file("ORVALIS.CFG").c_str());
-  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out_.c_str(), 1), 0u);
-  const std::string filtered = ReadWholeFile(out_);
+  ASSERT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, root_.c_str(), out.c_str(), 1), 0u);
+  const std::string filtered = ReadWholeFile(out);
   EXPECT_EQ(filtered.find("added.txt"), std::string::npos);
   EXPECT_NE(filtered.find("<FNAME><![CDATA[one.dll]]></FNAME><CHGFLAG flag=\"F\"/>"), std::string::npos);
-  DeleteFileA(out_.c_str());
-  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out_.c_str(), 1), 87u);
-  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out_.c_str(), 0), 87u);
-  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0009.BCF", root_.c_str(), out_.c_str(), 0), 87u);
-  EXPECT_FALSE(FileExists(out_));
-  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out_.c_str(), 1), 0u);  // live against itself
-  EXPECT_EQ(ReadWholeFile(out_), Doc(""));
+  DeleteFileA(out.c_str());
+  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", nullptr, box_.file("absent").c_str(), out.c_str(), 1), 87u);
+  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out.c_str(), 0), 87u);
+  EXPECT_EQ(CompareDirtoXML("BASE0000.BCF", "BASE0009.BCF", root_.c_str(), out.c_str(), 0), 87u);
+  EXPECT_FALSE(FileExists(out));
+  EXPECT_EQ(CompareDirtoXML(nullptr, nullptr, root_.c_str(), out.c_str(), 1), 0u);  // live against itself
+  EXPECT_EQ(ReadWholeFile(out), Doc(""));
 }
 
 }  // namespace

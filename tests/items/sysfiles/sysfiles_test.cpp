@@ -1,11 +1,6 @@
 // System files natively: the line and INI comparisons, and the SYSFILE document.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
-#include <sstream>
 
 #include "base/io.h"
 #include "base/textutil.h"
@@ -32,10 +27,7 @@ struct Compared {
     CopyText(item.newerCopy, dir.file("newer").c_str(), sizeof item.newerCopy);
     result = CompareSystemFile(&item);
   }
-  ~Compared() {
-    FreeLineChanges(item.lines);
-    FreeIniSections(item.sections);
-  }
+  ~Compared() { FreeLineChanges(item.lines), FreeIniSections(item.sections); }
   bool differs() const { return item.flags & kFileDiffers; }
   // "kind number text" per record.
   V lines() const {
@@ -65,7 +57,7 @@ struct Compared {
 };
 
 // A blank line counts only in the older copy; a line of more than 255 characters is read in pieces.
-TEST(CompareTextLines, Walk) {
+TEST(CompareSystemFile, TextWalkSimilarityLookAheadAndTheIniMerge) {
   const std::string x255(255, 'x');
   const struct { const char* name; std::string older, newer; V expected; } cases[] = {
       {"blanks", "  a\n\nb\n\tc\n", "a\nb\n\n  c\n", {"6 1   a", "6 2 ", "6 3 b", "6 4 \tc"}},
@@ -88,20 +80,15 @@ TEST(CompareTextLines, Walk) {
     EXPECT_EQ(r.lines(), c.expected);
     EXPECT_EQ(r.differs(), std::any_of(c.expected.begin(), c.expected.end(), [](auto& l) { return l[0] != '6'; }));
   }
-}
-
-// Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
-// from 30), the character at each cut left out, and one piece found in the newer line is enough.
-TEST(CompareTextLines, Similarity) {
+  // Lengths count the line feed. From 20 characters the older line is cut into two pieces (three
+  // from 30), the character at each cut left out, and one piece found in the newer line is enough.
   const std::string l20 = "0123456789ABCDEFGHI\n", l25 = "abcdefghijklmnopqrstuvwx\n",
                     l29 = "0123456789ABCDEFGHIJKLMNOPQR\n", l30 = "0123456789ABCDEFGHIJKLMNOPQRS\n",
                     l40 = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabc\n";
-  const struct { const char* name; std::string older, newer; bool similar; } cases[] = {
-      {"3 characters never", "ab\n", "zzab\n", false},
-      {"4 characters, contained", "abc\n", "zzabc\n", true},
+  const struct { const char* name; std::string older, newer; bool similar; } similar[] = {
+      {"3 characters never", "ab\n", "zzab\n", false}, {"4 characters, contained", "abc\n", "zzabc\n", true},
       {"newer shorter, contained in the older", l40, "abc\n", true},
-      {"trailing blank", "alpha beta\n", "alpha beta \n", false},
-      {"last line without line feed", "last", "last\n", true},
+      {"trailing blank", "alpha beta\n", "alpha beta \n", false}, {"no last line feed", "last", "last\n", true},
       {"20: second half", l20, "xxxxxxxxxxxBCDEFGHI\n", true},
       {"25: first half", l25, "abcdefghijklMNOPQRSTUVWX\n", true},
       {"25: second half, after the cut", l25, "ABCDEFGHIJKLMnopqrstuvwx\n", true},
@@ -109,27 +96,22 @@ TEST(CompareTextLines, Similarity) {
       {"30: three pieces", l30, "xxxxxBCDEFGHIJyyyyyyyy\n", true},
       {"40: middle third", l40, "xxxxxEFGHIJKLMNOPyyyy\n", true},
       {"40: middle third shifted", l40, "xxxxxFGHIJKLMNOPQyyyy\n", false},
-      {"40: last third", l40, "xxxxxxxxRSTUVWXYZabc\n", true},
-  };
-  for (const auto& c : cases) {
+      {"40: last third", l40, "xxxxxxxxRSTUVWXYZabc\n", true}};
+  for (const auto& c : similar) {
     SCOPED_TRACE(c.name);
     Compared r("c:\\config.sys", c.older, c.newer);
     std::string o = c.older.substr(0, c.older.find('\n')), n = c.newer.substr(0, c.newer.find('\n'));
     EXPECT_EQ(r.lines(), (c.similar ? V{"4 1 " + o, "5 -1 " + n} : V{"2 1 " + o, "1 -1 " + n}));
   }
-}
-
-TEST(CompareTextLines, LookAheadIsFiftyLines) {
+  // The look-ahead is fifty lines.
   for (int inserted : {50, 51}) {
     std::string newer;
     for (int i = 0; i < inserted; ++i) newer += "new" + std::to_string(i) + "\n";
     const V got = Compared("c:\\a.txt", "keep\n", newer + "keep\n").lines();
     EXPECT_EQ(got.front() + "|" + got.back(), inserted == 50 ? "1 -1 new0|6 1 keep" : "2 1 keep|1 -1 keep");
   }
-}
-
-TEST(CompareIniFiles, Merge) {
-  const struct { const char* name; std::string older, newer; V expected; bool differs; } cases[] = {
+  // The INI comparison merges both copies into one list of sections.
+  const struct { const char* name; std::string older, newer; V expected; bool differs; } inis[] = {
       {"key and section case ignored, value changed", "[s]\na=1\n", "[S]\nA=2\n", {"1008 [s]", "  14 a=|1", "  8 A=|2"}, 1},
       {"keys keep '=', values untrimmed and compared without case, comments and bare lines whole",
        "[s]\n key = v \n  ;c=1\nbare\n", "[s]\n key = V \n  ;c=1\nbare\n",
@@ -165,9 +147,8 @@ TEST(CompareIniFiles, Merge) {
       // Those do not count as the entry before the next new one.
       {"device: not built-in, or with parameters", "[386Enh]\na=1\n",
        "[386Enh]\ndevice=vshare.386\na=1\ndevice=*int13,x\nz=1\n",
-       {"1008 [386Enh]", "  2 device=|vshare.386", "  10 a=|1", "  2 z=|1", "  2 device=|*int13,x"}, 1},
-  };
-  for (const auto& c : cases) {
+       {"1008 [386Enh]", "  2 device=|vshare.386", "  10 a=|1", "  2 z=|1", "  2 device=|*int13,x"}, 1}};
+  for (const auto& c : inis) {
     SCOPED_TRACE(c.name);
     Compared r("C:\\WINDOWS\\SYSTEM.INI", c.older, c.newer);
     EXPECT_EQ(r.result, 1);
@@ -176,8 +157,11 @@ TEST(CompareIniFiles, Merge) {
   }
 }
 
+int g_allocsLeft;
+void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
+
 // A copy that cannot be opened gives 0 and no message.
-TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
+TEST(CompareSystemFile, ExtensionChoosesIniMessagesExplainTheRestAndAllocationsFail) {
   const std::pair<const char*, bool> paths[] = {
       {"c:\\x\\win.Ini", true}, {"c:\\dir.ini\\config", false}, {"c:\\x\\a.ini.bak", false}};
   for (const auto& [path, ini] : paths) {
@@ -197,14 +181,8 @@ TEST(CompareSystemFile, ExtensionChoosesIniAndMessagesExplainTheRest) {
     EXPECT_EQ(r.item.sections, nullptr);
     EXPECT_EQ(r.item.flags, flags);
   }
-}
-
-int g_allocsLeft;
-void* FailingCalloc(size_t n, size_t size) { return g_allocsLeft-- > 0 ? std::calloc(n, size) : nullptr; }
-
-// Each allocation fails in turn: no result and no leak (the sanitizers see that). The INI file of
-// both copies is swept through the file document export with the other failing exports.
-TEST(CompareSystemFile, AllocationFailures) {
+  // Each allocation fails in turn: no result and no leak (the sanitizers see that). The INI file of
+  // both copies is swept through the file document export with the other failing exports.
   const std::pair<const char*, unsigned> cases[] = {{"c:\\a.txt", 0xC2}, {"c:\\a.ini", 0x42}};
   for (const auto& [path, flags] : cases) {
     for (int n = 0;; ++n) {
@@ -215,29 +193,18 @@ TEST(CompareSystemFile, AllocationFailures) {
       orvalis::ResetIo();
       if (g_allocsLeft >= 0) break;  // nothing failed
       EXPECT_EQ(r.result, flags == 0x42 ? 0 : 1) << path;
-      EXPECT_EQ(r.item.lines, nullptr);
-      EXPECT_EQ(r.item.sections, nullptr);
-      EXPECT_FALSE(r.differs());
+      EXPECT_TRUE(!r.item.lines && !r.item.sections && !r.differs()) << path << " " << n;
     }
   }
 }
 
-// Text mode both ways, so the expected text is the same with and without CR LF translation.
-std::string Written(const std::function<void(FILE*)>& write) {
-  ScratchDir dir;
-  FILE* f = std::fopen(dir.file("out.xml").c_str(), "w");
-  write(f);
-  std::fclose(f);
-  std::ostringstream text;
-  text << std::ifstream(dir.file("out.xml")).rdbuf();
-  return text.str();
-}
-
+// Without carriage returns, so the expected text is the same with and without CR LF translation.
+std::string Written(const std::function<void(FILE*)>& write) { return NoCr(WrittenBy(write)); }
 std::string Escaped(const std::string& text, size_t length) {
   return Written([&](FILE* f) { WriteEscapedText(f, text.c_str(), length); });
 }
 
-TEST(WriteEscapedText, Output) {
+TEST(WriteEscapedText, OutputShortAndLong) {
   const struct { const char* name; std::string text; size_t length; std::string expected; } cases[] = {
       {"cdata", "a<b>&c", 6, "<![CDATA[a<b>&c]]>"},
       {"cdata drops bytes of 0x80 and above", "\xe9t\x80", 3, "<![CDATA[t]]>"},
@@ -245,12 +212,9 @@ TEST(WriteEscapedText, Output) {
       // Kept as it is: no semicolons, and each byte rewrites all but the last character so far.
       {"escape: growing prefixes", "<]]>&", 5, "&l&lt&lt]&lt]]&g&lt]]&gt&am"},
       {"escape: a dropped byte repeats the prefix", "ab\xff]]>", 6, "aaabab]ab]]&g"},
-      {"escape chosen on the whole string", "ab]]>", 2, "a"},
-  };
+      {"escape chosen on the whole string", "ab]]>", 2, "a"}};
   for (const auto& c : cases) EXPECT_EQ(Escaped(c.text, c.length), c.expected) << c.name;
-}
-
-TEST(WriteEscapedText, LongTextCrossesTheFlushPoints) {
+  // Long texts cross the flush points.
   std::string text, kept;
   for (int i = 0; i < 20000; ++i) {
     text += static_cast<char>(i % 7 ? 'a' + i % 26 : 0x80 + i % 100);
@@ -289,8 +253,7 @@ TEST(WriteSysFileDocument, Documents) {
        "   <ENTRIES>      <LINE>g=<1></LINE>      <CHGFLAG flag=\"%\"/>   </ENTRIES>\n"
        "    </INI>\n",
        "OO"},
-      {empty, "", ""},
-  };
+      {empty, "", ""}};
   for (const auto& doc : docs) {
     for (bool oneSided : {false, true}) {
       std::string expected = "<?xml version = \"1.0\"?>\n<!DOCTYPE SYSFILE SYSTEM \"sysfile.dtd\">\n<SYSFILE>\n";
