@@ -389,9 +389,14 @@ struct PlanKey {
   std::u16string real;  // under WOW64: the key's full name as the server knows it
 };
 
-void CloseAll(PlanKey* k) {
-  if (k->h && k->ownsHandle) RegCloseKey(k->h);
+// Closes the key's handle where the plan opened it.
+void CloseOwn(PlanKey* k) {
+  if (k->ownsHandle && k->h) RegCloseKey(k->h);
   k->h = nullptr;
+}
+
+void CloseAll(PlanKey* k) {
+  CloseOwn(k);
   for (uint32_t i = 0; i < k->childCount; ++i) CloseAll(&k->children[i]);
 }
 
@@ -507,11 +512,6 @@ class SavePlan {
       if (--outstanding_ == 0 && threaded_) Sync().wakeAll(&cv_);
     }
     Unlock();
-  }
-
-  void CloseOwn(PlanKey* k) {
-    if (k->ownsHandle && k->h) RegCloseKey(k->h);
-    k->h = nullptr;
   }
 
   // The key's live counts decide: a key the save holds as it is needs no more (nor opening, when
@@ -669,8 +669,7 @@ struct DumpWalk {
       case PlanKey::kEmpty: rec.Clear(); return writer->WriteRecord(writer->Position(), rec);
       case PlanKey::kWalk: {
         uint64_t at = Walk(k->h, k->depth);
-        RegCloseKey(k->h);
-        k->h = nullptr;
+        CloseOwn(k);
         return at;
       }
       case PlanKey::kSaved: break;
