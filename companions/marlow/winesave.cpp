@@ -10,53 +10,88 @@ namespace {
 constexpr std::string_view kSignature = "WINE REGISTRY Version 2";
 constexpr int kMaxSavedDepth = 512;
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
+// -1 for a character that is no hex digit. A save is mostly hex text, read a digit at a time.
+struct HexTable {
+  signed char v[256];
+  constexpr HexTable() : v() {
+    for (int c = 0; c < 256; ++c)
+      v[c] = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+  }
+};
+constexpr HexTable kHex;
+inline int HexDigit(char c) { return kHex.v[static_cast<unsigned char>(c)]; }
+
+// Where unescaped text goes: UTF-16 units (names), or the UTF-16LE bytes a string value holds.
+struct Units {
+  std::u16string* out;
+  void Run(const char* p, size_t n) {
+    size_t at = out->size();
+    out->resize(at + n);
+    char16_t* d = out->data() + at;
+    for (size_t k = 0; k < n; ++k) d[k] = static_cast<unsigned char>(p[k]);
+  }
+  void Put(char16_t c) { out->push_back(c); }
+};
+struct Bytes {
+  std::string* out;
+  void Run(const char* p, size_t n) {
+    size_t at = out->size();
+    out->resize(at + 2 * n);
+    char* d = out->data() + at;
+    for (size_t k = 0; k < n; ++k) {
+      d[2 * k] = p[k];  // a byte stands for the unit of the same number
+      d[2 * k + 1] = 0;
+    }
+  }
+  void Put(char16_t c) {
+    out->push_back(static_cast<char>(c & 0xFF));
+    out->push_back(static_cast<char>(c >> 8));
+  }
+};
 
 // Reads an escaped string from `s` at *pos up to the unescaped `end` character (which is
-// consumed); the text goes to out. False when the line ends first.
-bool Unescape(std::string_view s, size_t* pos, char end, std::u16string* out) {
-  size_t i = *pos;
-  while (i < s.size()) {
-    char c = s[i++];
+// consumed) into out. False when the line ends first.
+template <class Out>
+bool Unescape(std::string_view s, size_t* pos, char end, Out out) {
+  const char* p = s.data();
+  size_t i = *pos, n = s.size();
+  while (i < n) {
+    size_t j = i;
+    while (j < n && p[j] != end && p[j] != '\\') ++j;  // plain text goes over in one run
+    if (j > i) out.Run(p + i, j - i);
+    i = j;
+    if (i >= n) return false;
+    char c = p[i++];
     if (c == end) {
       *pos = i;
       return true;
     }
-    if (c != '\\') {
-      out->push_back(static_cast<unsigned char>(c));
-      continue;
-    }
-    if (i >= s.size()) return false;
-    c = s[i++];
+    if (i >= n) return false;
+    c = p[i++];
     switch (c) {
-      case 'a': out->push_back(7); break;
-      case 'b': out->push_back(8); break;
-      case 'e': out->push_back(27); break;
-      case 'f': out->push_back(12); break;
-      case 'n': out->push_back(10); break;
-      case 'r': out->push_back(13); break;
-      case 't': out->push_back(9); break;
-      case 'v': out->push_back(11); break;
+      case 'a': out.Put(7); break;
+      case 'b': out.Put(8); break;
+      case 'e': out.Put(27); break;
+      case 'f': out.Put(12); break;
+      case 'n': out.Put(10); break;
+      case 'r': out.Put(13); break;
+      case 't': out.Put(9); break;
+      case 'v': out.Put(11); break;
       case 'x': {
         unsigned v = 0;
-        int n = 0;
-        for (int d; n < 4 && i < s.size() && (d = HexDigit(s[i])) >= 0; ++n, ++i) v = v * 16 + unsigned(d);
-        if (!n) return false;
-        out->push_back(static_cast<char16_t>(v));
+        int k = 0;
+        for (int d; k < 4 && i < n && (d = HexDigit(p[i])) >= 0; ++k, ++i) v = v * 16 + unsigned(d);
+        if (!k) return false;
+        out.Put(static_cast<char16_t>(v));
         break;
       }
       default:
         if (c >= '0' && c <= '7') {
           unsigned v = unsigned(c - '0');
-          for (int n = 1; n < 3 && i < s.size() && s[i] >= '0' && s[i] <= '7'; ++n, ++i) v = v * 8 + unsigned(s[i] - '0');
-          out->push_back(static_cast<char16_t>(v));
+          for (int k = 1; k < 3 && i < n && p[i] >= '0' && p[i] <= '7'; ++k, ++i) v = v * 8 + unsigned(p[i] - '0');
+          out.Put(static_cast<char16_t>(v));
         } else {
-          out->push_back(static_cast<unsigned char>(c));
+          out.Put(static_cast<unsigned char>(c));
         }
     }
   }
@@ -82,6 +117,12 @@ class Parser {
     *b_ = SavedBranch();
     std::string_view line;
     if (!NextLine(&line) || line != kSignature) return false;
+    // Room for a save of the usual make-up (a value line of some 60 characters, two or three
+    // values a key), so that the stores seldom have to move as they grow.
+    b_->keys.reserve(text_.size() / 256);
+    b_->values.reserve(text_.size() / 96);
+    b_->names.reserve(text_.size() / 8);
+    b_->data.reserve(text_.size() / 2);
     b_->keys.push_back(SavedKey());
     stack_.assign(1, 0);
     while (NextLine(&line)) {
@@ -149,7 +190,7 @@ class Parser {
     std::u16string& path = scratch_;  // reused: a save has a line per key
     path.clear();
     size_t i = 1;
-    if (!Unescape(line, &i, ']', &path)) return false;
+    if (!Unescape(line, &i, ']', Units{&path})) return false;
     size_t depth = 0, start = 0;
     stack_.resize(1);
     while (start < path.size()) {
@@ -184,20 +225,18 @@ class Parser {
 
   bool ValueLine(std::string_view line) {
     SavedValue v{};
-    std::u16string& name = scratch_;
-    name.clear();
+    v.name = static_cast<uint32_t>(b_->names.size());
     size_t i;
     if (line[0] == '@') {
       i = 1;
     } else if (line[0] == '"') {
       i = 1;
-      if (!Unescape(line, &i, '"', &name) || name.empty()) return false;
+      if (!Unescape(line, &i, '"', Units{&b_->names}) || b_->names.size() == v.name) return false;
     } else {
       return false;
     }
     if (i >= line.size() || line[i++] != '=') return false;
-    v.name = AddName(name);
-    v.nameLength = static_cast<uint32_t>(name.size());
+    v.nameLength = static_cast<uint32_t>(b_->names.size() - v.name);
     v.data = static_cast<uint32_t>(b_->data.size());
     std::string_view rest = line.substr(i);
     if (rest.size() && rest[0] == '"') {
@@ -245,16 +284,8 @@ class Parser {
 
   // A quoted string's text as the registry holds it: UTF-16LE with its terminator.
   bool String(std::string_view rest, size_t* i) {
-    std::u16string& s = text_scratch_;
-    s.clear();
-    if (!Unescape(rest, i, '"', &s) || *i != rest.size()) return false;
-    s.push_back(0);
-    size_t at = b_->data.size();
-    b_->data.resize(at + 2 * s.size());
-    for (char16_t c : s) {
-      b_->data[at++] = static_cast<char>(c & 0xFF);
-      b_->data[at++] = static_cast<char>(c >> 8);
-    }
+    if (!Unescape(rest, i, '"', Bytes{&b_->data}) || *i != rest.size()) return false;
+    b_->data.append(2, '\0');
     return true;
   }
 
@@ -262,7 +293,7 @@ class Parser {
   SavedBranch* b_;
   size_t pos_ = 0;
   std::string joined_;
-  std::u16string scratch_, text_scratch_;
+  std::u16string scratch_;
   std::vector<uint32_t> stack_;
   int64_t current_ = -1;
 };
