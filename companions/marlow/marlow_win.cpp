@@ -4,9 +4,11 @@
 
 #include <sddl.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <string>
 #include <vector>
@@ -203,10 +205,11 @@ std::string CurrentUserSid() {
 // ---- the platform's bulk save -------------------------------------------------------------------
 //
 // A walk costs a round trip to the wine server for every key opened, queried and closed and for
-// every value; RegSaveKey hands over a whole root in one. The save leaves out volatile keys (and
-// everything below them): they show in the counts the server gives per key through its parent
-// (NtEnumerateKey with KeyFullInformation: the subkey's own subkey and value counts), and
-// wherever the live counts differ from the save's, that subtree is walked instead. That costs
+// every value; NtSaveKey (the call behind RegSaveKey) hands over a whole root in one. The save
+// leaves out volatile keys (and everything below them): they show in the counts the server
+// gives per key through its parent (NtEnumerateKey with KeyFullInformation: the subkey's own
+// subkey and value counts), and wherever the live counts differ from the save's, that subtree is
+// walked instead. That costs
 // one round trip a key and two a key with subkeys, against the walk's three and more a key plus
 // one a value. A symbolic link leads somewhere else: the key it opens is asked for its name and
 // taken from the save by that name (walked when the save does not hold it, as for a target in
@@ -228,6 +231,7 @@ constexpr int kKeyNameInformation = 3, kKeyFullInformation = 2;
 struct BulkSaveCalls {
   LONG(WINAPI* enumerate)(HANDLE, ULONG, int, void*, ULONG, ULONG*) = nullptr;
   LONG(WINAPI* query)(HANDLE, int, void*, ULONG, ULONG*) = nullptr;
+  LONG(WINAPI* save)(HANDLE, HANDLE) = nullptr;
   bool wow64 = false;
 };
 
@@ -244,7 +248,8 @@ const BulkSaveCalls& BulkSave() {
     c.wow64 = isWow64 && isWow64(GetCurrentProcess(), &wow64) && wow64;
     c.enumerate = reinterpret_cast<decltype(c.enumerate)>(reinterpret_cast<void*>(GetProcAddress(ntdll, "NtEnumerateKey")));
     c.query = reinterpret_cast<decltype(c.query)>(reinterpret_cast<void*>(GetProcAddress(ntdll, "NtQueryKey")));
-    if (!c.query) c.enumerate = nullptr;
+    c.save = reinterpret_cast<decltype(c.save)>(reinterpret_cast<void*>(GetProcAddress(ntdll, "NtSaveKey")));
+    if (!c.query || !c.save) c.enumerate = nullptr;
     return c;
   }();
   return calls;
@@ -321,25 +326,35 @@ class BackupPrivilege {
 };
 
 // Saves the key behind h to a temporary file and reads it back. False when the save is refused
-// or is not Wine's format.
+// or is not Wine's format. The file is ours from the start and deleted when its handle closes,
+// so nothing is left behind whatever happens; the text is read through a mapping, not copied.
 bool SaveBranch(HKEY h, SavedBranch* out) {
-  char dir[MAX_PATH], file[MAX_PATH];
+  char dir[MAX_PATH], path[MAX_PATH];
   DWORD n = GetTempPathA(MAX_PATH, dir);
-  if (!n || n >= MAX_PATH || !GetTempFileNameA(dir, "mrl", 0, file)) return false;
-  DeleteFileA(file);  // the save will not write over a file
-  bool ok = false;
-  if (RegSaveKeyA(h, file, nullptr) == ERROR_SUCCESS) {
-    std::string text;
-    if (std::FILE* f = std::fopen(file, "rb")) {
-      char buf[65536];
-      size_t got;
-      while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
-      ok = !std::ferror(f);
-      std::fclose(f);
-    }
-    ok = ok && ParseWineSave(text, out);
+  if (!n || n >= MAX_PATH || !GetTempFileNameA(dir, "mrl", 0, path)) return false;
+  HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    DeleteFileA(path);
+    return false;
   }
-  DeleteFileA(file);
+  bool ok = false;
+  LARGE_INTEGER size{};
+  if (BulkSave().save(h, file) == 0 && GetFileSizeEx(file, &size) && size.QuadPart > 0 &&
+      uint64_t(size.QuadPart) < SIZE_MAX / 2) {
+    if (HANDLE map = CreateFileMappingA(file, nullptr, PAGE_READONLY, 0, 0, nullptr)) {
+      if (const void* view = MapViewOfFile(map, FILE_MAP_READ, 0, 0, 0)) {
+        try {
+          ok = ParseWineSave(std::string_view(static_cast<const char*>(view), size_t(size.QuadPart)), out);
+        } catch (const std::bad_alloc&) {
+          *out = SavedBranch();  // the walk needs far less memory than the save's copy
+        }
+        UnmapViewOfFile(view);
+      }
+      CloseHandle(map);
+    }
+  }
+  CloseHandle(file);
   return ok;
 }
 
@@ -349,11 +364,17 @@ bool ToAnsi(const void* utf16, size_t units, std::string* out) {
   out->clear();
   if (!units) return true;
   // Nearly every name and string is ASCII, which every ANSI code page keeps as it is: that
-  // needs no call (the data may be unaligned, so it is read a byte at a time).
+  // needs no call. Four units at a time while all four are ASCII (the data may be unaligned).
   const auto* bytes = static_cast<const unsigned char*>(utf16);
   out->resize(units);
+  char* to = out->data();
   size_t i = 0;
-  for (; i < units && bytes[2 * i] < 0x80 && !bytes[2 * i + 1]; ++i) (*out)[i] = char(bytes[2 * i]);
+  for (uint64_t four; i + 4 <= units; i += 4) {
+    std::memcpy(&four, bytes + 2 * i, 8);
+    if (four & 0xFF80FF80FF80FF80ull) break;
+    to[i] = char(four), to[i + 1] = char(four >> 16), to[i + 2] = char(four >> 32), to[i + 3] = char(four >> 48);
+  }
+  for (; i < units && bytes[2 * i] < 0x80 && !bytes[2 * i + 1]; ++i) to[i] = char(bytes[2 * i]);
   if (i == units) return true;
   std::u16string w(units, 0);
   std::memcpy(w.data(), utf16, units * 2);
@@ -372,9 +393,34 @@ bool IsCurrentUser(const std::string& sid, int depth, const std::string& name) {
   return depth == 0 && !sid.empty() && NamesEqual(name.data(), name.size(), sid.data(), sid.size());
 }
 
+// A root's save, kept while the roots after it are dumped: in Wine HKEY_CLASSES_ROOT and
+// HKEY_CURRENT_CONFIG are keys of HKEY_LOCAL_MACHINE, so its save holds them too, and the
+// records written for its keys serve them again. Which keys a subtree shows depends only on
+// the key it starts at (its links and, under WOW64, its 32-bit view go with the key), so a
+// record is reused wherever the same saved key comes up again, unless the nesting limit could
+// have cut the two differently.
+struct KeptSave {
+  static constexpr uint64_t kNone = ~uint64_t(0);
+  SavedBranch branch;
+  std::u16string top;  // the saved key's full name
+  struct Written {
+    uint64_t record = kNone;
+    uint16_t depth = 0;
+  };
+  std::vector<Written> written;  // per saved key
+  volatile bool cut = false;     // some subtree was cut at the nesting limit: no reuse
+
+  // The record already written for saved key `key`, for a key at `depth`; kNone if there is none.
+  uint64_t Reusable(int64_t key, int depth) const {
+    if (cut || key < 0 || size_t(key) >= written.size()) return kNone;
+    const Written& w = written[size_t(key)];
+    return depth <= w.depth ? w.record : kNone;
+  }
+};
+
 // Every key below a root as the dump will write it, settled before anything is written.
 struct PlanKey {
-  enum Kind : uint8_t { kSaved, kWalk, kAlias, kEmpty };
+  enum Kind : uint8_t { kSaved, kWalk, kAlias, kEmpty, kWritten };
   Kind kind = kEmpty;
   bool ownsHandle = true;
   uint16_t depth = 0;
@@ -382,6 +428,7 @@ struct PlanKey {
   uint32_t childCount = 0;
   volatile LONG unvisited = 0;  // subkeys whose visit still needs h
   int64_t saved = -1;           // kSaved: the save's key it is written from
+  uint64_t record = 0;          // kWritten: the record an earlier root wrote for the same key
   HKEY h = nullptr;             // open while its subkeys are visited; kWalk: until it is walked
   PlanKey* parent = nullptr;
   std::string name;  // as the walk's A calls return it
@@ -411,8 +458,8 @@ void CloseAll(PlanKey* k) {
 // are missing the caller visits alone.
 class SavePlan {
  public:
-  SavePlan(const SavedBranch& b, const std::u16string& top, const std::string& userSid)
-      : b_(b), top_(top), userSid_(userSid) {}
+  SavePlan(KeptSave* kept, const std::string& userSid)
+      : kept_(*kept), b_(kept->branch), top_(kept->top), userSid_(userSid) {}
 
   // Settles every key below root, which is open with liveSubkeys subkeys. False when memory ran
   // out: the handles left open are closed by CloseAll.
@@ -577,6 +624,13 @@ class SavePlan {
   // Names k's subkeys and puts them up for visiting; k's handle stays open until the last of
   // them has used it.
   void Expand(PlanKey* k, DWORD liveSubkeys, Scratch* s) {
+    uint64_t earlier = kept_.Reusable(k->saved, k->depth);
+    if (earlier != KeptSave::kNone) {
+      k->kind = PlanKey::kWritten;
+      k->record = earlier;
+      return CloseOwn(k);
+    }
+    if (liveSubkeys && k->depth + 1 > kMaxDepth) kept_.cut = true;
     std::vector<std::string> names;
     // saved[j]: the save's subkey at live index j, or -1 for one the save left out or whose name
     // has no ANSI form.
@@ -641,6 +695,7 @@ class SavePlan {
     Unlock();
   }
 
+  KeptSave& kept_;
   const SavedBranch& b_;
   const std::u16string& top_;
   const std::string& userSid_;
@@ -653,19 +708,23 @@ class SavePlan {
 };
 
 struct DumpWalk {
-  DumpWriter* writer;
+  DumpWriter* writer = nullptr;
   KeyScan scan;
   std::string userSid;  // non-empty while walking HKEY_USERS
   RecordBuilder rec;
   bool bulk = false;  // the platform's save may be used
   std::vector<unsigned char> nameInfo = std::vector<unsigned char>(65536);  // one key's full name
+  std::vector<std::unique_ptr<KeptSave>> kept;  // the saves of the roots dumped so far
+  KeptSave* writing = nullptr;                  // the save being written from
+  std::string name, text;                       // one value's name and string, as written
 
   bool IsUserAlias(int depth, const std::string& name) const { return IsCurrentUser(userSid, depth, name); }
 
   // Writes a settled key in post-order.
-  uint64_t WritePlanned(const SavedBranch& b, PlanKey* k) {
+  uint64_t WritePlanned(PlanKey* k) {
     switch (k->kind) {
       case PlanKey::kAlias: return kAliasBit | kRootHkcu;
+      case PlanKey::kWritten: return k->record;
       case PlanKey::kEmpty: rec.Clear(); return writer->WriteRecord(writer->Position(), rec);
       case PlanKey::kWalk: {
         uint64_t at = Walk(k->h, k->depth);
@@ -676,11 +735,11 @@ struct DumpWalk {
     }
     uint64_t start = writer->Position();
     std::vector<uint64_t> targets(k->childCount);
-    for (uint32_t j = 0; j < k->childCount; ++j) targets[j] = WritePlanned(b, &k->children[j]);
+    for (uint32_t j = 0; j < k->childCount; ++j) targets[j] = WritePlanned(&k->children[j]);
     rec.Clear();
     for (uint32_t j = 0; j < k->childCount; ++j) rec.AddChild(k->children[j].name.data(), k->children[j].name.size(), targets[j]);
+    const SavedBranch& b = writing->branch;
     const SavedKey& key = b.keys[size_t(k->saved)];
-    std::string name, text;
     for (uint32_t v = key.firstValue; v < key.firstValue + key.valueCount; ++v) {
       const SavedValue& sv = b.values[v];
       ToAnsi(&b.names[sv.name], sv.nameLength, &name);
@@ -693,7 +752,10 @@ struct DumpWalk {
       }
       rec.AddValue(sv.nameLength ? name.data() : nullptr, name.size(), sv.type, data, length);
     }
-    return writer->WriteRecord(start, rec);
+    uint64_t at = writer->WriteRecord(start, rec);
+    KeptSave::Written& w = writing->written[size_t(k->saved)];
+    if (w.record == KeptSave::kNone || w.depth < k->depth) w = {at, k->depth};
+    return at;
   }
 
   // One root, from the platform's save where it can be had and trusted, else by the walk.
@@ -708,19 +770,41 @@ struct DumpWalk {
         RegCreateKeyExA(root, "", 0, nullptr, 0, KEY_READ | (BulkSave().wow64 ? KEY_WOW64_64KEY : 0), nullptr, &h,
                         nullptr) != ERROR_SUCCESS)
       return Walk(root, 0);
-    SavedBranch saved;
     PlanKey plan;
     plan.kind = PlanKey::kSaved;
-    plan.saved = 0;
     plan.h = h;
     plan.ownsHandle = false;
     std::u16string top;
     bool ok = QueryKey(h, &info) && info.subkeys == expected.subkeys && info.values == expected.values &&
-              KeyName(h, &nameInfo, &top) && SaveBranch(h, &saved) && info.values == saved.keys[0].valueCount &&
-              !saved.keys[0].link;
-    if (ok && BulkSave().wow64) plan.real = top;
-    ok = ok && SavePlan(saved, top, userSid).Settle(&plan, info.subkeys);
-    uint64_t at = ok ? WritePlanned(saved, &plan) : Walk(root, 0);
+              KeyName(h, &nameInfo, &top);
+    // A root inside one dumped before is taken from that one's save.
+    KeptSave* save = nullptr;
+    for (size_t i = 0; ok && !save && i < kept.size(); ++i)
+      if ((plan.saved = FindSaved(kept[i]->branch, kept[i]->top, top)) >= 0) save = kept[i].get();
+    if (ok && !save) {
+      auto fresh = std::make_unique<KeptSave>();
+      if ((ok = SaveBranch(h, &fresh->branch))) {
+        fresh->top = top;
+        fresh->written.resize(fresh->branch.keys.size());
+        plan.saved = 0;
+        kept.push_back(std::move(fresh));
+        save = kept.back().get();
+      }
+    }
+    uint64_t at = KeptSave::kNone;
+    if (ok) {
+      const SavedKey& key = save->branch.keys[size_t(plan.saved)];
+      ok = info.values == key.valueCount && !key.link;
+      at = ok ? save->Reusable(plan.saved, 0) : at;
+    }
+    if (ok && at == KeptSave::kNone) {
+      if (BulkSave().wow64) plan.real = top;
+      writing = save;
+      ok = SavePlan(save, userSid).Settle(&plan, info.subkeys);
+      at = ok ? WritePlanned(&plan) : at;
+      writing = nullptr;
+    }
+    if (!ok) at = Walk(root, 0);
     CloseAll(&plan);
     RegCloseKey(h);
     return at;
@@ -733,6 +817,7 @@ struct DumpWalk {
     if (!QueryKey(h, &info)) info = KeyInfo();
     std::vector<std::string> names;
     if (info.subkeys && depth + 1 <= kMaxDepth) scan.Subkeys(h, info.subkeys, &names);
+    else if (info.subkeys && writing) writing->cut = true;
     std::vector<uint64_t> targets(names.size());
     for (size_t i = 0; i < names.size(); ++i) {
       if (IsUserAlias(depth, names[i])) {
@@ -889,7 +974,9 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
   int r = writer.Open(path, compression);
   if (r) return r;
   BackupPrivilege backup;
-  DumpWalk walk{&writer, {}, {}, {}, backup.held() && BulkSave().enumerate};
+  DumpWalk walk;
+  walk.writer = &writer;
+  walk.bulk = backup.held() && BulkSave().enumerate;
   std::string sid = CurrentUserSid();
   bool haveHkcu = false;
   for (int i = 0; i < rootCount; ++i) {

@@ -57,7 +57,10 @@ class MarlowTest : public ::testing::Test {
     base = "Software\\OrvalisTest\\marlow-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(GetTickCount());
     RegCloseKey(CreateKey(base));
   }
-  void TearDown() override { RegDeleteTreeA(HKEY_CURRENT_USER, base.c_str()); }
+  void TearDown() override {
+    RegDeleteTreeA(HKEY_CURRENT_USER, base.c_str());
+    if (!cls.empty()) RegDeleteTreeA(HKEY_CLASSES_ROOT, cls.c_str());
+  }
   ChangeNode* Live(const std::string& path, int expect = 0) {
     ChangeNode* t = nullptr;
     EXPECT_EQ(m.toTree(&t, path.c_str(), 1, 1), expect) << path;
@@ -107,7 +110,7 @@ class MarlowTest : public ::testing::Test {
     for (int i = 0; i < 30; ++i) SetValue(deep += "\\d" + std::to_string(i), "level", REG_DWORD, Dword(uint32_t(i)));
   }
   Marlow m;
-  std::string base;
+  std::string base, cls;
   orvalis_test::ScratchDir dir;
 };
 
@@ -131,6 +134,11 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyCompareMarksChangesAndPuttingBackMakesTh
                             nullptr, 0, KEY_ALL_ACCESS, nullptr, &cyrillic, nullptr), 0);
   ASSERT_EQ(RegSetValueExW(cyrillic, L"v", 0, REG_DWORD, reinterpret_cast<const BYTE*>("\1\0\0\0"), 4), 0);
   RegCloseKey(cyrillic);
+  // Under Wine HKCR is a key of HKLM, and the dump takes it from HKLM's records: a class with a
+  // volatile key must come out of both as the live read has it.
+  cls = base.substr(base.rfind('\\') + 1) + ".class";
+  SetValue(cls, nullptr, REG_SZ, "class\0"s, 0, HKEY_CLASSES_ROOT);
+  SetValue(cls + "\\volatile", "v", REG_DWORD, Dword(3), REG_OPTION_VOLATILE, HKEY_CLASSES_ROOT);
   const std::string paths[] = {"HKEY_CURRENT_USER\\" + rich, "HKCU\\" + rich, "hkcu\\\\" + rich + "\\",
                                "HKEY_USERS\\" + sid + "\\" + rich, "HKU\\" + sid + "\\" + rich};
   ChangeNode* live = Live(paths[0]);
@@ -160,7 +168,8 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyCompareMarksChangesAndPuttingBackMakesTh
   }
   const struct { std::string path; int result; } rows[] = {
       {"HKCU\\" + base + "\\nothing here", 3}, {"hkcr\\.orvalis nothing", 3}, {"HKEY_NOWHERE\\Software", 87},
-      {"", 87}, {"HKEY_CURRENT_CONFIG", 0},
+      {"", 87}, {"HKEY_CURRENT_CONFIG", 0}, {"HKCR\\" + cls, 0}, {"HKLM\\Software\\Classes\\" + cls, 0},
+      {"HKEY_CLASSES_ROOT\\CLSID", 0},
       // Through a symbolic link, and (in the 32-bit build) the 32-bit view of HKLM\Software.
       {"HKLM\\System\\CurrentControlSet\\Control\\Session Manager", 0},
       {"HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion", 0}};
