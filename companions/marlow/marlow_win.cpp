@@ -325,23 +325,75 @@ class BackupPrivilege {
   bool held_ = false;
 };
 
-// Saves the key behind h to a temporary file and reads it back. False when the save is refused
-// or is not Wine's format. The file is ours from the start and deleted when its handle closes,
-// so nothing is left behind whatever happens; the text is read through a mapping, not copied.
-bool SaveBranch(HKEY h, SavedBranch* out) {
-  char dir[MAX_PATH], path[MAX_PATH];
-  DWORD n = GetTempPathA(MAX_PATH, dir);
-  if (!n || n >= MAX_PATH || !GetTempFileNameA(dir, "mrl", 0, path)) return false;
-  HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-  if (file == INVALID_HANDLE_VALUE) {
-    DeleteFileA(path);
-    return false;
+// Security attributes that give the current user alone access to a new file: a save holds a
+// whole branch of the registry, and Wine gives such a file no permissions for other accounts.
+class OwnerOnly {
+ public:
+  OwnerOnly() {
+    HANDLE token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return;
+    DWORD len = 0;
+    auto* acl = reinterpret_cast<ACL*>(acl_);
+    bool ok = GetTokenInformation(token, TokenUser, user_, sizeof user_, &len) &&
+              InitializeAcl(acl, sizeof acl_, ACL_REVISION) &&
+              AddAccessAllowedAce(acl, ACL_REVISION, GENERIC_ALL, reinterpret_cast<TOKEN_USER*>(user_)->User.Sid) &&
+              InitializeSecurityDescriptor(&sd_, SECURITY_DESCRIPTOR_REVISION) && SetSecurityDescriptorDacl(&sd_, TRUE, acl, FALSE);
+    CloseHandle(token);
+    if (ok) attributes_ = {sizeof attributes_, &sd_, FALSE};
   }
+  SECURITY_ATTRIBUTES* get() { return attributes_.nLength ? &attributes_ : nullptr; }
+  OwnerOnly(const OwnerOnly&) = delete;
+  OwnerOnly& operator=(const OwnerOnly&) = delete;
+
+ private:
+  alignas(8) unsigned char user_[512];
+  alignas(8) unsigned char acl_[512];
+  SECURITY_DESCRIPTOR sd_{};
+  SECURITY_ATTRIBUTES attributes_{};
+};
+
+// The folders a save may go to, best first: the host's RAM-backed /dev/shm when it has room
+// (the text is read once and deleted, and on a disk the host may start writing it out before
+// that), then the temp folder. Returns how many were filled in.
+int SaveFolders(char (*dirs)[MAX_PATH]) {
+  int count = 0;
+  using DosName = WCHAR*(CDECL*)(const char*);
+  static const DosName dosName = reinterpret_cast<DosName>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "wine_get_dos_file_name")));
+  if (WCHAR* shm = dosName ? dosName("/dev/shm/") : nullptr) {
+    ULARGE_INTEGER avail{}, total, free;
+    int n = WideCharToMultiByte(CP_ACP, 0, shm, -1, dirs[0], MAX_PATH, nullptr, nullptr);
+    if (n > 0 && GetDiskFreeSpaceExA(dirs[0], &avail, &total, &free) && avail.QuadPart >= (1ull << 30)) ++count;
+    HeapFree(GetProcessHeap(), 0, shm);
+  }
+  DWORD n = GetTempPathA(MAX_PATH, dirs[count]);
+  if (n && n < MAX_PATH) ++count;
+  return count;
+}
+
+// Saves the key behind h to a new file in dir and reads it back: kSaved, kNoRoom when the file
+// could not be made or written (another folder may do), kUnreadable when the save is not in
+// Wine's format. The file is ours from the start and deleted when its handle closes, so nothing
+// is left behind whatever happens; the text is read through a mapping, not copied.
+enum SaveResult { kSavedText, kNoRoom, kUnreadable };
+SaveResult SaveBranchIn(const char* dir, HKEY h, SavedBranch* out) {
+  OwnerOnly owner;
+  char path[MAX_PATH];
+  HANDLE file = INVALID_HANDLE_VALUE;
+  UINT unique = (GetTickCount() ^ (GetCurrentThreadId() << 12)) & 0xFFFF;
+  for (int attempt = 0; attempt < 64 && file == INVALID_HANDLE_VALUE; ++attempt) {
+    if (!GetTempFileNameA(dir, "mrl", ((unique + UINT(attempt)) & 0xFFFF) | 1, path)) return kNoRoom;
+    file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, owner.get(), CREATE_NEW,
+                       FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE && GetLastError() != ERROR_FILE_EXISTS) return kNoRoom;
+  }
+  if (file == INVALID_HANDLE_VALUE) return kNoRoom;
+  SaveResult result = kNoRoom;
   bool ok = false;
   LARGE_INTEGER size{};
   if (BulkSave().save(h, file) == 0 && GetFileSizeEx(file, &size) && size.QuadPart > 0 &&
       uint64_t(size.QuadPart) < SIZE_MAX / 2) {
+    result = kUnreadable;
     if (HANDLE map = CreateFileMappingA(file, nullptr, PAGE_READONLY, 0, 0, nullptr)) {
       if (const void* view = MapViewOfFile(map, FILE_MAP_READ, 0, 0, 0)) {
         try {
@@ -355,7 +407,17 @@ bool SaveBranch(HKEY h, SavedBranch* out) {
     }
   }
   CloseHandle(file);
-  return ok;
+  return ok ? kSavedText : result;
+}
+
+bool SaveBranch(HKEY h, SavedBranch* out) {
+  char dirs[2][MAX_PATH];
+  int count = SaveFolders(dirs);
+  for (int i = 0; i < count; ++i) {
+    SaveResult r = SaveBranchIn(dirs[i], h, out);
+    if (r != kNoRoom) return r == kSavedText;
+  }
+  return false;
 }
 
 // UTF-16 from the save to the ANSI form the A calls of the walk return. False when a character
@@ -774,6 +836,14 @@ struct DumpWalk {
     plan.kind = PlanKey::kSaved;
     plan.h = h;
     plan.ownsHandle = false;
+    struct Handles {  // closed however this is left, memory running out included
+      PlanKey* plan;
+      HKEY root;
+      ~Handles() {
+        CloseAll(plan);
+        RegCloseKey(root);
+      }
+    } handles{&plan, h};
     std::u16string top;
     bool ok = QueryKey(h, &info) && info.subkeys == expected.subkeys && info.values == expected.values &&
               KeyName(h, &nameInfo, &top);
@@ -805,8 +875,6 @@ struct DumpWalk {
       writing = nullptr;
     }
     if (!ok) at = Walk(root, 0);
-    CloseAll(&plan);
-    RegCloseKey(h);
     return at;
   }
 
@@ -984,7 +1052,13 @@ int DumpRegistry(const char* path, int compression, const int* roots, int rootCo
     if (RegOpenKeyExA(RootKey(roots[i]), nullptr, 0, KEY_READ, &h) != ERROR_SUCCESS) continue;
     if (roots[i] == kRootHkcu) haveHkcu = true;
     walk.userSid = roots[i] == kRootHku && haveHkcu ? sid : std::string();
-    writer.SetRoot(static_cast<uint32_t>(roots[i]), walk.bulk ? walk.Root(h) : walk.Walk(h, 0));
+    try {
+      writer.SetRoot(static_cast<uint32_t>(roots[i]), walk.bulk ? walk.Root(h) : walk.Walk(h, 0));
+    } catch (const std::bad_alloc&) {
+      RegCloseKey(h);
+      writer.Abort();  // no half dump is left behind
+      return ERROR_NOT_ENOUGH_MEMORY;
+    }
     RegCloseKey(h);
     if (writer.error()) break;
   }
