@@ -193,6 +193,15 @@ TEST_F(MarlowTest, DumpReadsBackEveryKeyCompareMarksChangesAndPuttingBackMakesTh
   EXPECT_EQ(m.dump(dir.file("REG3.OVR").c_str(), 3), 87);
   EXPECT_FALSE(orvalis_test::FileExists(dir.file("REG3.OVR")));
   EXPECT_NE(m.dump((dir.path() + "\\no folder\\REG.OVR").c_str(), 0), 0);
+  // Nor do the server's saves the dumps were taken from, wherever they went.
+  char temp[MAX_PATH];
+  ASSERT_TRUE(GetTempPathA(MAX_PATH, temp));
+  for (const std::string& folder : {std::string(temp), "Z:\\dev\\shm\\"s}) {
+    WIN32_FIND_DATAA left;
+    HANDLE found = FindFirstFileA((folder + "mrl*.tmp").c_str(), &left);
+    EXPECT_EQ(found, INVALID_HANDLE_VALUE) << folder << left.cFileName;
+    if (found != INVALID_HANDLE_VALUE) FindClose(found);
+  }
   // The comparison marks added, removed and changed nodes up to the root.
   const std::string one = base + "\\one", two = base + "\\two";
   // "Data" and "DATA", "Keep" and "KEEP": the same names in another case, changed, not added.
