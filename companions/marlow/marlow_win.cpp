@@ -326,7 +326,7 @@ class BackupPrivilege {
 };
 
 // Security attributes that give the current user alone access to a new file: a save holds a
-// whole branch of the registry, and Wine gives such a file no permissions for other accounts.
+// whole branch of the registry, and Wine gives such a file no permissions for others.
 class OwnerOnly {
  public:
   OwnerOnly() {
@@ -371,9 +371,9 @@ int SaveFolders(char (*dirs)[MAX_PATH]) {
   return count;
 }
 
-// Saves the key behind h to a new file in dir and reads it back: kSaved, kNoRoom when the file
-// could not be made or written (another folder may do), kUnreadable when the save is not in
-// Wine's format. The file is ours from the start and deleted when its handle closes, so nothing
+// Saves the key behind h to a new file in dir and reads it back: kSavedText; kNoRoom when the
+// file could not be made or written (another folder may do); kUnreadable when the save is not
+// in Wine's format. The file is ours from the start and deleted when its handle closes, so nothing
 // is left behind whatever happens; the text is read through a mapping, not copied.
 enum SaveResult { kSavedText, kNoRoom, kUnreadable };
 SaveResult SaveBranchIn(const char* dir, HKEY h, SavedBranch* out) {
