@@ -122,7 +122,7 @@ class Parser {
     b_->keys.reserve(text_.size() / 256);
     b_->values.reserve(text_.size() / 96);
     b_->names.reserve(text_.size() / 8);
-    b_->data.reserve(text_.size() / 2);
+    b_->data.reserve(text_.size());  // strings widen to two bytes a character
     b_->keys.push_back(SavedKey());
     stack_.assign(1, 0);
     while (NextLine(&line)) {
