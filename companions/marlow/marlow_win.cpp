@@ -174,21 +174,34 @@ int ReadLive(KeyScan* scan, HKEY h, ChangeNode* key, int depth) {
 
 // The current user's key under HKEY_USERS, when HKEY_CURRENT_USER really is it: the dump then
 // stores that subtree once and points to it from HKEY_USERS.
-std::string CurrentUserSid() {
-  HANDLE token;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
-  std::string sid;
+// The account this process runs as, as its token names it; sid() is null when it cannot be read.
+class ProcessUser {
+ public:
+  ProcessUser() {
+    HANDLE token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return;
+    DWORD len = 0;
+    ok_ = GetTokenInformation(token, TokenUser, &buf_, sizeof buf_, &len);
+    CloseHandle(token);
+  }
+  PSID sid() const { return ok_ ? buf_.user.User.Sid : nullptr; }
+
+ private:
   union {
     TOKEN_USER user;
     unsigned char raw[512];
-  } buf;
-  DWORD len = 0;
+  } buf_;
+  bool ok_ = false;
+};
+
+std::string CurrentUserSid() {
+  ProcessUser user;
+  std::string sid;
   char* text = nullptr;
-  if (GetTokenInformation(token, TokenUser, &buf, sizeof buf, &len) && ConvertSidToStringSidA(buf.user.User.Sid, &text)) {
+  if (user.sid() && ConvertSidToStringSidA(user.sid(), &text)) {
     sid = text;
     LocalFree(text);
   }
-  CloseHandle(token);
   if (sid.empty()) return {};
   HKEY h;
   if (RegOpenKeyExA(HKEY_USERS, sid.c_str(), 0, KEY_READ, &h) != ERROR_SUCCESS) return {};
@@ -330,23 +343,18 @@ class BackupPrivilege {
 class OwnerOnly {
  public:
   OwnerOnly() {
-    HANDLE token;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return;
-    DWORD len = 0;
+    ProcessUser user;  // the ACE keeps a copy of the SID
     auto* acl = reinterpret_cast<ACL*>(acl_);
-    bool ok = GetTokenInformation(token, TokenUser, user_, sizeof user_, &len) &&
-              InitializeAcl(acl, sizeof acl_, ACL_REVISION) &&
-              AddAccessAllowedAce(acl, ACL_REVISION, GENERIC_ALL, reinterpret_cast<TOKEN_USER*>(user_)->User.Sid) &&
-              InitializeSecurityDescriptor(&sd_, SECURITY_DESCRIPTOR_REVISION) && SetSecurityDescriptorDacl(&sd_, TRUE, acl, FALSE);
-    CloseHandle(token);
-    if (ok) attributes_ = {sizeof attributes_, &sd_, FALSE};
+    if (user.sid() && InitializeAcl(acl, sizeof acl_, ACL_REVISION) &&
+        AddAccessAllowedAce(acl, ACL_REVISION, GENERIC_ALL, user.sid()) &&
+        InitializeSecurityDescriptor(&sd_, SECURITY_DESCRIPTOR_REVISION) && SetSecurityDescriptorDacl(&sd_, TRUE, acl, FALSE))
+      attributes_ = {sizeof attributes_, &sd_, FALSE};
   }
   SECURITY_ATTRIBUTES* get() { return attributes_.nLength ? &attributes_ : nullptr; }
   OwnerOnly(const OwnerOnly&) = delete;
   OwnerOnly& operator=(const OwnerOnly&) = delete;
 
  private:
-  alignas(8) unsigned char user_[512];
   alignas(8) unsigned char acl_[512];
   SECURITY_DESCRIPTOR sd_{};
   SECURITY_ATTRIBUTES attributes_{};
