@@ -828,17 +828,26 @@ struct DumpWalk {
     return at;
   }
 
+  // A real handle to a root's key, which the server's own calls need: opening a root with an
+  // empty name returns its pseudo handle, which they refuse, and "creating" it gives a real one.
+  // HKCR and HKCC are opened as the machine keys they stand for instead, because Wine's server
+  // takes that "creation" of either as a change: it then writes the whole registry out to disk
+  // 30 s later (0.4 s of its time with a large registry), though nothing changed. Under WOW64 the
+  // 64-bit access asks for the key itself, not its 32-bit view (HKCR's Wow6432Node), as the
+  // pseudo handle does. The caller's counts confirm it is the key the walk would read.
+  static LONG OpenRootKey(HKEY root, HKEY* h) {
+    REGSAM access = KEY_READ | (BulkSave().wow64 ? KEY_WOW64_64KEY : 0);
+    if (root == HKEY_CLASSES_ROOT) return RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Classes", 0, access, h);
+    if (root == HKEY_CURRENT_CONFIG)
+      return RegOpenKeyExA(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\Hardware Profiles\\Current", 0, access, h);
+    return RegCreateKeyExA(root, "", 0, nullptr, 0, access, nullptr, h, nullptr);
+  }
+
   // One root, from the platform's save where it can be had and trusted, else by the walk.
   uint64_t Root(HKEY root) {
-    // Opening a root returns its pseudo handle, which the server's own calls refuse; "creating"
-    // it gives a real one. Under WOW64 that would take the 32-bit view of the root key itself
-    // (HKCR's Wow6432Node), where the pseudo handle stands for the key: the 64-bit access asks
-    // for the key, and the counts confirm it is the one the walk would read.
     HKEY h;
     KeyInfo info, expected;
-    if (!BulkSave().enumerate || !QueryKey(root, &expected) ||
-        RegCreateKeyExA(root, "", 0, nullptr, 0, KEY_READ | (BulkSave().wow64 ? KEY_WOW64_64KEY : 0), nullptr, &h,
-                        nullptr) != ERROR_SUCCESS)
+    if (!BulkSave().enumerate || !QueryKey(root, &expected) || OpenRootKey(root, &h) != ERROR_SUCCESS)
       return Walk(root, 0);
     PlanKey plan;
     plan.kind = PlanKey::kSaved;
