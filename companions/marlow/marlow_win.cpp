@@ -831,10 +831,11 @@ struct DumpWalk {
   // A real handle to a root's key, which the server's own calls need: opening a root with an
   // empty name returns its pseudo handle, which they refuse, and "creating" it gives a real one.
   // HKCR and HKCC are opened as the machine keys they stand for instead, because Wine's server
-  // takes that "creation" of either as a change: it then writes the whole registry out to disk
-  // 30 s later (0.4 s of its time with a large registry), though nothing changed. Under WOW64 the
-  // 64-bit access asks for the key itself, not its 32-bit view (HKCR's Wow6432Node), as the
-  // pseudo handle does. The caller's counts confirm it is the key the walk would read.
+  // takes that "creation" of either as a change: 30 s later it writes the machine's whole
+  // registry file out again (0.4 s of its time with a large registry), though nothing changed.
+  // Under WOW64 the 64-bit access asks for the key itself, not its 32-bit view (HKCR's
+  // Wow6432Node), as the pseudo handle does. The caller's counts confirm it is the key the walk
+  // would read.
   static LONG OpenRootKey(HKEY root, HKEY* h) {
     REGSAM access = KEY_READ | (BulkSave().wow64 ? KEY_WOW64_64KEY : 0);
     if (root == HKEY_CLASSES_ROOT) return RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Classes", 0, access, h);
