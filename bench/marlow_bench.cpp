@@ -2,8 +2,9 @@
 // Grows the registry of the prefix it runs in to about 150,000 keys and 400,000 values below
 // HKLM\Software\OrvalisBench (once), then prints, in one run: a plain read-only walk of the
 // whole registry with the Win32 enumeration calls, the whole dump at every compression setting
-// (and whether the dumps left the wine server anything to write out), a small key and a 10,000-key subtree read back from the dump, the check that every root read
-// back from the dump equals the live read, and the comparison of two 150,000-key trees.
+// (and whether the dumps left the wine server anything to write out), a small key and a
+// 10,000-key subtree read back from the dump, the check that every root read back from the dump
+// equals the live read, and the comparison of two 150,000-key trees.
 #include <windows.h>
 
 #include <algorithm>

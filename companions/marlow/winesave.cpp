@@ -165,20 +165,14 @@ class Parser {
   // The next line without its end; a hex line continued by a trailing backslash is joined.
   bool NextLine(std::string_view* line) {
     if (pos_ >= text_.size()) return false;
-    size_t end = LineEnd(text_, pos_);
-    std::string_view l = text_.substr(pos_, end - pos_);
-    pos_ = end + 1;
-    if (!l.empty() && l.back() == '\r') l.remove_suffix(1);
+    std::string_view l = TakeLine();
     if (l.empty() || l.back() != '\\' || l.find("=hex") == std::string_view::npos) {
       *line = l;
       return true;
     }
     joined_.assign(l.data(), l.size() - 1);
     while (pos_ < text_.size()) {
-      end = LineEnd(text_, pos_);
-      std::string_view more = text_.substr(pos_, end - pos_);
-      pos_ = end + 1;
-      if (!more.empty() && more.back() == '\r') more.remove_suffix(1);
+      std::string_view more = TakeLine();
       size_t lead = more.find_first_not_of(' ');
       more = lead == std::string_view::npos ? std::string_view() : more.substr(lead);
       bool goesOn = !more.empty() && more.back() == '\\';
@@ -187,6 +181,15 @@ class Parser {
     }
     *line = joined_;
     return true;
+  }
+
+  // The line at pos_ without its end ("\n" or "\r\n"); pos_ moves past it.
+  std::string_view TakeLine() {
+    size_t end = LineEnd(text_, pos_);
+    std::string_view l = text_.substr(pos_, end - pos_);
+    pos_ = end + 1;
+    if (!l.empty() && l.back() == '\r') l.remove_suffix(1);
+    return l;
   }
 
   uint32_t AddName(std::u16string_view name) {
